@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <type_traits>
 
 namespace Nuv {
@@ -77,6 +78,13 @@ constexpr std::uint32_t hashOf(T value, std::uint32_t seed) {
 template <SelfHashing T>
 std::uint32_t hashOf(T const& value, std::uint32_t seed) {
    return value.hash(seed);
+}
+
+inline std::uint32_t
+hashOf(std::string_view value, std::uint32_t seed) {
+   HashAccumulator accumulator(seed);
+   accumulator.mixBytes(value.data(), value.size());
+   return accumulator.result();
 }
 
 } // namespace Nuv

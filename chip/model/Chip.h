@@ -1,0 +1,105 @@
+#pragma once
+
+#include "chip/model/RowLayout.h"
+#include "platform/asic/HwTable.h"
+#include "platform/chipstate/FeatureAgentCommonSmData.h"
+
+#include <functional>
+#include <map>
+
+namespace ModelChip {
+
+class Chip;
+
+/// One hardware table of the model chip, and the rows that the chip has in it.
+class Table final : public Asic::HwTable {
+ public:
+   Table(RowLayout const& layout, Asic::Index rows, Chip& chip, Nuv::ReactionLoop& loop);
+
+   RowLayout const& layout() const { return layout_; }
+
+   /// Whether the chip has a row at `index`; false outside the table.
+   bool hasRow(Asic::Index index) const { return contains(index) && isPresent_[index]; }
+
+   /// The words of the row at `index`, which the table must contain; zero where there is no row.
+   std::span<std::uint32_t const> row(Asic::Index index) const;
+
+   /// How many rows the chip has in the table.
+   Asic::Index rowsPresent() const { return rowsPresent_; }
+
+ private:
+   friend class Chip;
+
+   void issue(Command command, Asic::Index index, std::span<std::uint32_t const> words) override;
+   void apply(Asic::Index index, std::span<std::uint32_t const> words, bool isWrite);
+   void chipGone();
+
+   RowLayout const& layout_;
+   Chip* chip_;
+   std::vector<std::uint32_t> words_;
+   std::vector<bool> isPresent_;
+   Asic::Index rowsPresent_{};
+};
+
+/// A chip in memory. Commands of all its tables go through one queue, in the order of issue; each is applied by a
+/// reaction of its own and answered by a later one.
+class Chip final : public Nuv::Object {
+ public:
+   /// Rows of each table by name; a table that is not named has its default number.
+   using Sizes = std::map<Pelm::String, Asic::Index>;
+   /// Called after each row that the chip has written or cleared.
+   using RowObserver = std::function<void(Table const&, Asic::Index)>;
+
+   explicit Chip(Nuv::ReactionLoop& loop, Sizes const& sizes = {});
+   ~Chip() override;
+
+   /// Puts the chip's tables where software tables for `unit` look for them.
+   void publish(Kallo::EntityManager& entityManager, Asic::UnitId unit) const;
+
+   ZandorCentral::ChipInfo const& chipInfo() const { return chipInfo_; }
+
+   /// The table of that name; null when the chip has none.
+   Table* table(Pelm::String const& name) const;
+   std::vector<Nuv::Ptr<Table>> const& tables() const { return tables_; }
+
+   void rowObserverIs(RowObserver observer) { rowObserver_ = std::move(observer); }
+
+ private:
+   friend class Table;
+
+   struct Command {
+      Table* table;
+      std::uint64_t number;
+      Asic::Index index;
+      bool isWrite;
+      std::uint32_t words[Asic::HwTable::maxWords];
+   };
+
+   class Step final : public Nuv::Reaction {
+    public:
+      Step(Chip& chip, void (Chip::*run)())
+          : chip_(chip)
+          , run_(run) {}
+
+    private:
+      void react() override { (chip_.*run_)(); }
+
+      Chip& chip_;
+      void (Chip::*run_)();
+   };
+
+   void commandIs(Command const& command);
+   void applyNext();
+   void answerNext();
+
+   Nuv::ReactionLoop& loop_;
+   ZandorCentral::ChipInfo chipInfo_;
+   std::vector<Nuv::Ptr<Table>> tables_;
+   std::deque<Command> issued_;
+   std::deque<std::pair<Table*, std::uint64_t>> applied_;
+   RowObserver rowObserver_;
+   Step applyStep_{*this, &Chip::applyNext};
+   Step answerStep_{*this, &Chip::answerNext};
+};
+
+} // namespace ModelChip

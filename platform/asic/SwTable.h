@@ -1,0 +1,126 @@
+#pragma once
+
+#include "platform/asic/ChipInfo.h"
+#include "platform/asic/SwTableBase.h"
+#include "platform/asic/WriteResponseSm.h"
+#include "platform/kallo/EntityManager.h"
+
+namespace Asic {
+
+class HwTable;
+
+/// A software table over one hardware table of a chip.
+class SwTable : public SwTableBase {
+ public:
+   class EntryHandle;
+   class UnresolvedEntry;
+   class Util;
+   template <class Entry>
+   class EntryUtil;
+
+   /// What a table does with its entries, once for all tables; `T` is the table's own type.
+   template <class T>
+   class Accessor;
+
+   /// Ties the table to the hardware table of `unit` that it finds in `entityManager`. Ends with `doInitComplete`.
+   /// A table without a hardware table, or without a util for the chip's rows, works without writing rows.
+   void doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo);
+
+   /// Takes the table down: its rows are cleared, its handles stay valid and inert. A second call does nothing.
+   virtual void cleanup() = 0;
+
+   /// Number of rows; without a hardware table as many as an index can name.
+   Index numEntries() const;
+   Index minIndex() const;
+   Index maxIndex() const;
+
+   ChipInfo const& chipInfo() const { return chipInfo_; }
+
+   Nuv::Ptr<WriteResponseSm> const& writeResponseSm() const { return writeResponseSm_; }
+   void writeResponseSmIs(SwTable* table);
+   void writeResponseSmDel();
+
+ protected:
+   explicit SwTable(Pelm::String name);
+   ~SwTable() override;
+
+   virtual void doInitEnclosed(UnitId, Nuv::Ptr<Kallo::EntityManager> const&, ChipInfo const&) {}
+   virtual void doInitComplete() {}
+
+   /// The hardware table's name beneath its unit, and the table's own util for it.
+   virtual Pelm::String hwTableName() const = 0;
+   virtual void utilIs(Nuv::Ptr<HwTable> const&) = 0;
+   virtual HwTable* hwTable() const = 0;
+
+   void onZeroReferences() override { cleanup(); }
+
+ private:
+   ChipInfo chipInfo_;
+   Nuv::Ptr<WriteResponseSm> writeResponseSm_;
+};
+
+/// A table whose callers name the index: the key is the index.
+class SwKnownIndexTable : public SwTable {
+ protected:
+   using SwTable::SwTable;
+};
+
+/// A table whose unit is a block of rows.
+class SwBlockTable : public SwTable {
+ protected:
+   using SwTable::SwTable;
+};
+
+/// The handle of one entry of a software table.
+///
+/// A handle that its table holds (`unset`, `committed`, `inDeletion`) points back at the table plainly; one that
+/// only its users hold (`referenceOnly`) keeps the table alive.
+class SwTable::EntryHandle : public SwTableBase::EntryHandle {
+ public:
+   enum class EntryType : std::uint8_t { unset = 0, referenceOnly = 1, committed = 2, inDeletion = 3 };
+
+   static constexpr EntryType unset() { return EntryType::unset; }
+   static constexpr EntryType referenceOnly() { return EntryType::referenceOnly; }
+   static constexpr EntryType committed() { return EntryType::committed; }
+   static constexpr EntryType inDeletion() { return EntryType::inDeletion; }
+
+   EntryType entryType() const { return EntryType(tableBytes_.entryType); }
+   void entryTypeIs(EntryType);
+
+   /// The state of the row, beneath the state of the entry.
+   EntryState resolvedEntryState() const { return tableBytes_.resolvedEntryState; }
+   void resolvedEntryStateIs(EntryState);
+
+   /// The table, null once the handle was cleaned up.
+   SwTable* swTable() const { return swTable_; }
+   void swTableDel();
+
+   /// The chip has confirmed a row that this handle's entry wrote.
+   virtual void handleRowConfirmed() = 0;
+
+   /// Whether the table wants the handle's value in hardware.
+   bool isResolved() const { return tableBytes_.isResolved; }
+
+   /// Counts, modulo 256, the writes and removals of the entry: who announces compares it before and after, and
+   /// stops where somebody else was faster.
+   std::uint8_t writes() const { return tableBytes_.writes; }
+
+ protected:
+   explicit EntryHandle(SwTable* table);
+   ~EntryHandle() override = default;
+
+   /// The last reference went, or the table lets go: takes the entry out of the table.
+   virtual void cleanup() = 0;
+   virtual void handleResolvedEntryState() {}
+
+   void isResolvedIs(bool resolved) { tableBytes_.isResolved = resolved; }
+   void writeIs() { ++tableBytes_.writes; }
+   void onZeroReferences() override { cleanup(); }
+
+ private:
+   SwTable* swTable_;
+};
+
+void appendText(Pelm::String& out, SwTable::EntryHandle::EntryType);
+
+} // namespace Asic

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/asic/HwTable.h"
+
+#include <span>
+
+namespace Asic {
+
+/// What knows how a table's entries lie in the rows of a chip's hardware table. Supplied by a plug-in of the chip.
+class SwTable::Util : public Nuv::Object {
+ public:
+   HwTable& hwTable() const { return *hwTable_; }
+
+   /// The hardware index of an entry.
+   virtual Index getHwIndex(EntryHandle const& handle) const { return handle.hwEntryIndex(); }
+
+   /// Clears the row at `index`, unless somebody else wrote it since.
+   void hwEntryDel(Index index, EntryHandle const& owner, SwTable* table) const {
+      hwTable().rowDel(index, owner, table);
+   }
+
+   /// Whether no other software table writes the hardware table.
+   virtual bool isExclusivelyOwnedTable() const { return true; }
+
+ protected:
+   explicit Util(Nuv::Ptr<HwTable> const& table)
+       : hwTable_(table) {}
+
+ private:
+   Nuv::Ptr<HwTable> hwTable_;
+};
+
+/// The util of a table with entries of type `Entry`.
+template <class Entry>
+class SwTable::EntryUtil : public SwTable::Util {
+ public:
+   /// Packs `entry` into a row of the hardware table; `words` are as many as a row has, and zero.
+   virtual void rowOf(Entry const& entry, std::span<std::uint32_t> words) const = 0;
+
+   /// Writes the row of `entry` at `index`. What the entry needs is held while the row is in force.
+   void hwEntryIs(Index index, Entry const& entry, EntryHandle& owner, HwTable::Hold hold) const {
+      std::uint32_t words[HwTable::maxWords]{};
+      auto row = std::span(words).first(hwTable().shape().wordsPerRow);
+      rowOf(entry, row);
+      hwTable().rowIs(index, row, owner, std::move(hold));
+   }
+
+
+
+ protected:
+   using Util::Util;
+};
+
+} // namespace Asic

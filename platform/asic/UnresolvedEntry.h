@@ -1,0 +1,75 @@
+#pragma once
+
+#include "platform/asic/SwTable.h"
+
+#include <memory>
+#include <vector>
+
+namespace Asic {
+
+/// A value that waits for entries of other tables, each followed by a state machine of its own.
+class SwTable::UnresolvedEntry : public Nuv::Object {
+ public:
+   using NeededHandle = Nuv::Ptr<SwTableBase::EntryHandle const>;
+
+   ~UnresolvedEntry() override;
+
+   /// How many needed entries are still waited for.
+   std::size_t neededEntryHandleSms() const { return sms_.size(); }
+
+   /// Waits for one more entry. The handle is held until then.
+   void neededEntryHandleSmIs(NeededHandle const& handle);
+
+   virtual void doResolve() = 0;
+   virtual void markFailedNeededEntry() = 0;
+   virtual void setEntryState(EntryState) = 0;
+
+ protected:
+   class NeededEntryHandleSm;
+
+   UnresolvedEntry();
+
+   /// Whether the entry of `handle` must still be waited for. A failed one must.
+   virtual bool isNeeded(SwTableBase::EntryHandle const& handle) const = 0;
+
+   /// A needed entry changed. By default: a failed one marks this one failed; the last one that is no longer needed
+   /// resolves it; one that recovers takes the mark away when it was the only failed one.
+   virtual void handleNeededEntry(NeededEntryHandleSm&);
+
+   /// Whether one of the needed entries has failed.
+   bool hasFailedNeededEntry() const { return failed_ != 0; }
+
+   /// Ends a state machine, which may be the one that is announcing.
+   void neededEntryHandleSmDel(NeededEntryHandleSm&);
+
+   std::vector<std::unique_ptr<NeededEntryHandleSm>> const& sms() const { return sms_; }
+
+ private:
+   void noteFailure(NeededEntryHandleSm&);
+
+   std::vector<std::unique_ptr<NeededEntryHandleSm>> sms_;
+   std::size_t failed_{};
+};
+
+/// Follows one needed entry for one waiting value.
+class SwTable::UnresolvedEntry::NeededEntryHandleSm final : public SwTableBase::EntryHandle::Notifiee {
+ public:
+   NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle, std::size_t position);
+
+   SwTableBase::EntryHandle const& handle() const { return *handle_; }
+
+   void handleEntryState() override { changed(); }
+   void handleHwEntryIndex() override { changed(); }
+   void handleHwIndexValid() override { changed(); }
+
+ private:
+   friend class UnresolvedEntry;
+   void changed();
+
+   UnresolvedEntry& owner_;
+   NeededHandle handle_;
+   std::size_t position_;
+   bool failed_{};
+};
+
+} // namespace Asic

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/Text.h"
+
+#include <compare>
+#include <cstdint>
+
+namespace BrixL3Intf {
+
+/// Number of an L3 interface, 16 bits.
+struct L3Id {
+   std::uint16_t value{};
+
+   std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value, seed); }
+   friend auto operator<=>(L3Id const&, L3Id const&) = default;
+   friend void appendText(Pelm::String& out, L3Id id) { Nuv::appendText(out, unsigned(id.value)); }
+};
+
+} // namespace BrixL3Intf

@@ -1,0 +1,53 @@
+#include "platform/chipstate/BrixTypes.h"
+#include "platform/chipstate/FendoTypes.h"
+
+#include <fmt/format.h>
+#include <iterator>
+
+namespace Brix {
+
+void
+appendText(Pelm::String& out, NextHopEntryType type) {
+   switch (type) {
+   case NextHopEntryType::receive:
+      return Nuv::appendText(out, "receive");
+   case NextHopEntryType::unicast:
+      return Nuv::appendText(out, "unicast");
+   case NextHopEntryType::drop:
+      return Nuv::appendText(out, "drop");
+   case NextHopEntryType::glean:
+      return Nuv::appendText(out, "glean");
+   case NextHopEntryType::tunnelUnicast:
+      return Nuv::appendText(out, "tunnelUnicast");
+   }
+   Nuv::appendText(out, unsigned(type));
+}
+
+} // namespace Brix
+
+namespace Fendo {
+
+std::uint64_t
+EthAddr::value() const {
+   std::uint64_t number = 0;
+   for (auto byte : bytes) {
+      number = number << 8 | byte;
+   }
+   return number;
+}
+
+EthAddr
+EthAddr::fromValue(std::uint64_t number) {
+   EthAddr address;
+   for (auto at = address.bytes.rbegin(); at != address.bytes.rend(); ++at, number >>= 8) {
+      *at = std::uint8_t(number);
+   }
+   return address;
+}
+
+void
+appendText(Pelm::String& out, EthAddr const& address) {
+   fmt::format_to(std::back_inserter(out), "{:02x}", fmt::join(address.bytes, ":"));
+}
+
+} // namespace Fendo

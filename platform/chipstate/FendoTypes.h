@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/Text.h"
+
+#include <array>
+#include <compare>
+#include <cstdint>
+
+namespace Fendo {
+
+/// Ethernet address, in transmission order; ordered as its bytes are. Prints as lower-case, colon-separated hex.
+struct EthAddr {
+   std::array<std::uint8_t, 6> bytes{};
+
+   /// The address as a number of 48 bits, its first byte the most significant.
+   std::uint64_t value() const;
+   static EthAddr fromValue(std::uint64_t);
+
+   std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
+   friend auto operator<=>(EthAddr const&, EthAddr const&) = default;
+   friend void appendText(Pelm::String& out, EthAddr const&);
+};
+
+} // namespace Fendo

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/Text.h"
+
+#include <compare>
+#include <cstdint>
+
+namespace ZandorCentral {
+
+/// Number of a port, real or virtual, 16 bits; all ones is no port.
+struct VirtualPort {
+   static constexpr std::uint16_t invalidValue = 0xffff;
+
+   std::uint16_t value{invalidValue};
+
+   bool isValid() const { return value != invalidValue; }
+   std::uint32_t hash(unsigned seed) const {
+      Nuv::HashAccumulator accumulator(seed);
+      std::uint8_t const bytes[] = {std::uint8_t(value), std::uint8_t(value >> 8)};
+      accumulator.mixBytes(bytes, sizeof bytes);
+      return accumulator.result();
+   }
+   friend auto operator<=>(VirtualPort const&, VirtualPort const&) = default;
+   friend void appendText(Pelm::String& out, VirtualPort port) {
+      Nuv::appendText(out, unsigned(port.value));
+   }
+};
+
+} // namespace ZandorCentral

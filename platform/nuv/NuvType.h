@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/Text.h"
+
+#include <cstring>
+
+namespace Nuv {
+
+/// Descriptor of a value type, for code that holds values without knowing their type.
+struct NuvType {
+   Pelm::StringView name;
+   std::uint32_t (*hash)(void const* value, std::uint32_t seed);
+   bool (*equal)(void const*, void const*);
+   bool (*less)(void const*, void const*);
+   void* (*copy)(void const*);
+   void (*destroy)(void*);
+
+   // Each library has its own copy of a descriptor, so the name decides.
+   friend bool operator==(NuvType const& a, NuvType const& b) { return &a == &b || a.name == b.name; }
+};
+
+/// The descriptor of `V`, a value type with a static `typeName`.
+template <class V>
+NuvType const&
+nuvType() {
+   static NuvType const type{
+         V::typeName(),
+         [](void const* value, std::uint32_t seed) { return hashOf(*static_cast<V const*>(value), seed); },
+         [](void const* a, void const* b) { return *static_cast<V const*>(a) == *static_cast<V const*>(b); },
+         [](void const* a, void const* b) { return *static_cast<V const*>(a) < *static_cast<V const*>(b); },
+         [](void const* value) -> void* { return new V(*static_cast<V const*>(value)); },
+         [](void* value) { delete static_cast<V*>(value); }};
+   return type;
+}
+
+} // namespace Nuv

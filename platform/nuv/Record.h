@@ -1,0 +1,150 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/Ptr.h"
+#include "platform/nuv/Text.h"
+
+#include <tuple>
+
+namespace Nuv {
+
+/// One field of a record: its name, where it is, and whether it takes part in what the record is (equality, order
+/// and hash) or only follows from what does.
+template <class R, class M>
+struct Field {
+   char const* name;
+   M R::*member;
+   bool identity;
+};
+
+template <class R, class M>
+constexpr Field<R, M>
+field(char const* name, M R::*member) {
+   return {name, member, true};
+}
+
+/// A field that resolution fills in: printed, never compared.
+template <class R, class M>
+constexpr Field<R, M>
+filledField(char const* name, M R::*member) {
+   return {name, member, false};
+}
+
+/// A record's one list of fields, under its full type name.
+template <class... Fields>
+struct FieldList {
+   char const* typeName;
+   std::tuple<Fields...> fields;
+};
+
+template <class... Fields>
+constexpr FieldList<Fields...>
+fieldList(char const* typeName, Fields... fields) {
+   return {typeName, {fields...}};
+}
+
+/// Calls `visit(name, value, identity)` for each field of `record` in turn, until one call answers false.
+template <class R, class Visit>
+constexpr bool
+visitFields(R const& record, Visit&& visit) {
+   return std::apply(
+         [&](auto const&... each) { return (visit(each.name, record.*each.member, each.identity) && ...); },
+         R::fieldList().fields);
+}
+
+/// How a field's value enters its record's hash. Numbers enter as they are, whatever hashes itself by its hash.
+template <class M>
+void
+mixField(HashAccumulator& accumulator, M const& value) {
+   if constexpr (std::integral<M> || std::is_enum_v<M>) {
+      accumulator.mix32(static_cast<std::uint32_t>(value));
+   } else {
+      accumulator.mix32(hashOf(value, 0));
+   }
+}
+
+/// Handles and other counted objects enter by a number of their own, never by their address.
+template <class T>
+std::uint32_t
+hashOf(Ptr<T> const& object, std::uint32_t seed) {
+   return hashOf(object ? object->creationNumber() : std::uint64_t(0), seed);
+}
+
+template <class M>
+bool
+fieldLess(M const& a, M const& b) {
+   return a < b;
+}
+
+template <class T>
+bool
+fieldLess(Ptr<T> const& a, Ptr<T> const& b) {
+   return (a ? a->creationNumber() : 0) < (b ? b->creationNumber() : 0);
+}
+
+template <class T>
+void
+appendText(Pelm::String& out, Ptr<T> const& object) {
+   appendText(out, static_cast<void const*>(object.get()));
+}
+
+/// Base of a record `R`: equality, order, hash and text form, all from `R::fieldList()`.
+template <class R>
+class Record {
+ public:
+   static constexpr char const* typeName() { return R::fieldList().typeName; }
+
+   std::uint32_t hash(unsigned seed) const {
+      HashAccumulator accumulator(seed);
+      visitFields(self(), [&](char const*, auto const& value, bool identity) {
+         if (identity) {
+            mixField(accumulator, value);
+         }
+         return true;
+      });
+      return accumulator.result();
+   }
+
+   friend bool operator==(R const& a, R const& b) { return a.compare(b) == 0; }
+   friend bool operator<(R const& a, R const& b) { return a.compare(b) < 0; }
+
+   friend void appendText(Pelm::String& out, R const& record) { record.append(out); }
+   friend Pelm::String valueToStrep(R const& record) { return text(record); }
+   friend std::ostream& operator<<(std::ostream& stream, R const& record) {
+      return writeText(stream, text(record));
+   }
+
+ private:
+   R const& self() const { return static_cast<R const&>(*this); }
+
+   int compare(R const& other) const {
+      int result = 0;
+      auto differs = [&](auto const& each) {
+         if (each.identity) {
+            result = compareField(self().*each.member, other.*each.member);
+         }
+         return result != 0;
+      };
+      std::apply([&](auto const&... each) { return (differs(each) || ...); }, R::fieldList().fields);
+      return result;
+   }
+
+   template <class M>
+   static int compareField(M const& a, M const& b) {
+      return a == b ? 0 : fieldLess(a, b) ? -1 : 1;
+   }
+
+   void append(Pelm::String& out) const {
+      out.append("Value('").append(R::fieldList().typeName).append("', ** {");
+      char const* separator = "'";
+      visitFields(self(), [&](char const* name, auto const& value, bool) {
+         out.append(separator).append(name).append("': ");
+         appendText(out, value);
+         separator = ", '";
+         return true;
+      });
+      out.append("})");
+   }
+};
+
+} // namespace Nuv

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "platform/pelm/String.h"
+
+#include <cstdint>
+#include <functional>
+
+namespace Trace {
+
+/// A named source of trace lines with one bit per level. All levels are closed until somebody opens them.
+class TraceHandle {
+ public:
+   static constexpr unsigned maxLevel = 31;
+
+   explicit TraceHandle(Pelm::String name)
+       : name_(std::move(name)) {}
+
+   Pelm::String const& name() const { return name_; }
+   bool isOpen(unsigned level) const { return (levels_ >> level & 1) != 0; }
+
+   /// Opens the levels whose bits are set, and closes all others.
+   void levelsAre(std::uint32_t levels) { levels_ = levels; }
+
+ private:
+   Pelm::String name_;
+   std::uint32_t levels_{0};
+};
+
+/// Takes one finished line, without line end.
+using Sink = std::function<void(TraceHandle const&, unsigned level, Pelm::StringView line)>;
+
+/// Where the process's text trace goes: standard error until another sink is set. An empty sink restores that.
+void sinkIs(Sink);
+
+/// Hands a line to the sink.
+void line(TraceHandle const&, unsigned level, Pelm::StringView);
+
+} // namespace Trace

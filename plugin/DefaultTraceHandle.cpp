@@ -1,0 +1,11 @@
+#include "plugin/DefaultTraceHandle.h"
+
+namespace ZandorL3Tunnel {
+
+Trace::TraceHandle&
+_defaultTraceHandle() {
+   static Trace::TraceHandle handle("L3UnderlayTunnel");
+   return handle;
+}
+
+} // namespace ZandorL3Tunnel

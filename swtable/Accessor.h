@@ -1,0 +1,72 @@
+#pragma once
+
+#include "platform/asic/SwTableUtil.h"
+#include "swtable/AccessorBase.h"
+#include "swtable/TableEntryHandle.h"
+
+#include <optional>
+
+/// What every software table does with its entries. One accessor serves keyed tables, whose entries take one row
+/// each, and block tables, whose entries take a run of rows. It holds nothing but its table.
+///
+/// `T` should be a `KeyedTable` or a `BlockTable`: it has a `Key`, an `Entry`, handles by key, and answers for
+/// hardware indices (`doAcquireHwIndex`, `heldHwIndex`, `doReleaseHwIndex`) and for its util.
+template <class T>
+class Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
+ public:
+   using Key = typename T::Key;
+   using Entry = typename T::Entry;
+   using Handle = ZandorL3Tunnel::TableEntryHandle<T>;
+   using Waiting = ZandorL3Tunnel::WaitingEntry<T>;
+   using HandlePtr = Nuv::Ptr<SwTableBase::EntryHandle const>;
+
+   static constexpr bool isBlock = ZandorL3Tunnel::BlockKey<Key>;
+
+   explicit Accessor(T* table)
+       : swTable_(table) {}
+
+   HandlePtr entryRef(Key const& key, Entry const& entry) const;
+   HandlePtr entryCommit(Key const& key, Entry const& entry) const;
+   HandlePtr entryBlockRef(Key const& block) const;
+   void entryRemove(Key const& key) const;
+   void entryRemoveAll() const;
+   HandlePtr entryWeakRef(Key const& key) const;
+   std::optional<Entry> entry(Key const& key) const;
+   std::optional<Entry> resolvedEntry(Key const& key) const;
+
+   void handleEntryState(Handle& eh) const { AccessorBase::handleEntryState(eh, eh.key()); }
+   void handleResolvedEntryState(Handle& eh) const { AccessorBase::handleResolvedEntryState(eh); }
+   void handleRowConfirmed(Handle& eh) const;
+   void doResolve(Handle& eh, Waiting& ue) const;
+
+   void cleanup(Handle& eh) const;
+   void cleanup() const;
+
+ private:
+   Nuv::Ptr<Handle> entryHandleIs(Key const& key) const;
+   void write(Handle& eh, Entry const& entry) const;
+   void writeWaiting(Handle& eh, Entry const& entry) const;
+   void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;
+   void unresolvedEntryDel(Handle& eh) const;
+   void initUnresolvedEntry(Handle& eh, Waiting& ue) const;
+   void resolvedEntryIs(Handle& eh, Entry const& entry) const;
+   void resolvedEntryDel(Handle& eh) const;
+   void resolvedEntryChanged(Handle& eh) const;
+   void handleEntry(Handle& eh) const;
+   void hwTableEntryIs(Handle& eh) const;
+   void hwTableEntryDel(Handle& eh) const;
+   void rowsAre(Handle& eh, Index base) const;
+   void checkBlockSize(Key const& block) const;
+
+   static std::uint32_t rows(Handle const& eh);
+   template <class Visit>
+   static void forEachNeeded(Handle const& eh, Waiting const& ue, Visit&& visit);
+   static HwTable::Hold holdOf(Entry const& entry);
+
+   T* swTable_;
+};
+
+#include "swtable/AccessorHardware.h"
+#include "swtable/AccessorLife.h"
+#include "swtable/AccessorWaiting.h"
+#include "swtable/AccessorWrite.h"

@@ -1,0 +1,79 @@
+#include "swtable/AccessorBase.h"
+
+namespace ZandorL3Tunnel {
+
+using EntryHandle = Asic::SwTable::EntryHandle;
+using Asic::SwTableBase;
+
+void
+AccessorBase::referenced(Handle& handle) {
+   if (handle.entryType() == EntryHandle::unset() || handle.entryType() == EntryHandle::inDeletion()) {
+      handle.entryTypeIs(EntryHandle::referenceOnly());
+      handle.referenceDel();
+   }
+}
+
+void
+AccessorBase::committed(Handle& handle) {
+   if (handle.entryType() == EntryHandle::referenceOnly()) {
+      handle.referenceAdd();
+   }
+   handle.entryTypeIs(EntryHandle::committed());
+}
+
+void
+AccessorBase::removed(Handle* handle, Asic::SwTable const& table, Nuv::TextRef key) {
+   auto const& trace = _defaultTraceHandle();
+   if (!handle || handle->entryType() != EntryHandle::committed()) {
+      DUOLOG(trace, TraceLevel::write, table.tblName(), " : Found no committed entry at key : ", key);
+      return;
+   }
+   DUOLOG(trace, TraceLevel::write, table.tblName(), " : Removing entry at key : ", key,
+          ", entryType:", handle->entryType(), ", refCnt:", handle->references());
+   handle->entryTypeIs(EntryHandle::referenceOnly());
+   handle->referenceDel();
+}
+
+void
+AccessorBase::handleEntryState(Handle const& handle, Nuv::TextRef key) {
+   auto state = handle.entryState();
+   if (auto const* table = handle.swTable()) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::state, table->tblName(), " entryhandle state: ", state,
+             ", key : ", key);
+   }
+   ACCESSOR_ASSERT(state <= SwTableBase::failed(), "entryState <= failed()", "");
+   bool mayBeInDeletion = state == SwTableBase::unresolved() || state == SwTableBase::inProgress() ||
+                          state == SwTableBase::success();
+   ACCESSOR_ASSERT(mayBeInDeletion || handle.entryType() != EntryHandle::inDeletion(),
+                   "entryHandle->entryType() != EntryHandle::inDeletion()", "");
+}
+
+void
+AccessorBase::handleResolvedEntryState(Handle& handle) {
+   auto resolvedEntryState = handle.resolvedEntryState();
+   if (resolvedEntryState == SwTableBase::inProgress() || !handle.isResolved()) {
+      return;
+   }
+   if (handle.entryState() == SwTableBase::inProgress()) {
+      handle.entryStateIs(resolvedEntryState);
+      return;
+   }
+   ACCESSOR_ASSERT(handle.entryState() == SwTableBase::unresolved() ||
+                         handle.entryState() == SwTableBase::failedNeededEntry() ||
+                         handle.entryState() == SwTableBase::success(),
+                   "entryHandle->entryState() == unresolved() || entryHandle->entryState() == "
+                   "failedNeededEntry() || entryHandle->entryState() == success()",
+                   "");
+   ACCESSOR_ASSERT(resolvedEntryState == SwTableBase::success(), "resolvedEntryState == success()", "");
+}
+
+void
+AccessorBase::handleLeaves(Handle const& handle, bool isRegistered, Asic::SwTable const& table,
+                           Nuv::TextRef key) {
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, table.tblName(),
+          " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle), ", key :", key);
+   ACCESSOR_ASSERT(!isRegistered || handle.entryType() == EntryHandle::referenceOnly(),
+                   "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType");
+}
+
+} // namespace ZandorL3Tunnel

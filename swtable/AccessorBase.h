@@ -1,0 +1,55 @@
+#pragma once
+
+#include "platform/asic/SwTable.h"
+#include "platform/nuv/Assert.h"
+#include "plugin/DefaultTraceHandle.h"
+
+namespace ZandorL3Tunnel {
+
+/// What the accessor does whatever the table: who holds a handle, and how its states follow each other.
+class AccessorBase {
+ public:
+   using Handle = Asic::SwTable::EntryHandle;
+
+   /// A user references the entry: a handle that nobody has written yet loses the table's hold. A commit stays one.
+   static void referenced(Handle& handle);
+
+   /// The entry is committed: the table holds the handle, once.
+   static void committed(Handle& handle);
+
+   /// Gives the commit of `handle` back; without one, does nothing but say so. `key` is for the trace.
+   static void removed(Handle* handle, Asic::SwTable const& table, Nuv::TextRef key);
+
+   /// The entry's own state changed.
+   static void handleEntryState(Handle const& handle, Nuv::TextRef key);
+
+   /// The row's state changed: it is the entry's, if the entry was waiting for it.
+   static void handleResolvedEntryState(Handle& handle);
+
+   /// Says that a handle is about to leave its table, and refuses to take one that is still held by it.
+   static void handleLeaves(Handle const& handle, bool isRegistered, Asic::SwTable const& table,
+                            Nuv::TextRef key);
+};
+
+/// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry meanwhile.
+class WriteWatch {
+ public:
+   explicit WriteWatch(Asic::SwTable::EntryHandle& handle)
+       : handle_(&handle)
+       , writes_(handle.writes())
+       , hadTable_(handle.swTable() != nullptr) {}
+
+   bool isOvertaken() const {
+      return handle_->writes() != writes_ || (handle_->swTable() != nullptr) != hadTable_;
+   }
+
+ private:
+   Nuv::Ptr<Asic::SwTable::EntryHandle> handle_;
+   std::uint8_t writes_;
+   bool hadTable_;
+};
+
+} // namespace ZandorL3Tunnel
+
+/// An assertion of the accessor: it names its source as the accessor's, whatever the table.
+#define ACCESSOR_ASSERT(condition, text, message) NUV_ASSERT_AS("SwTableAccessor", condition, text, message)

@@ -1,0 +1,178 @@
+#pragma once
+
+// Values that wait for entries of other tables; part of Accessor.h.
+
+#include "swtable/Accessor.h"
+
+namespace Asic {
+
+// The old row stays while the new value waits, and a value that is there already, or is waited for already, changes
+// nothing.
+template <class T>
+void
+SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
+   using namespace ZandorL3Tunnel;
+   auto const& trace = _defaultTraceHandle();
+   if (eh.isResolved() && eh.content_.entry == entry) {
+      DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
+             " : Found already existing resolved entry at key : ", eh.key());
+      if (eh.unresolvedEntry()) {
+         DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
+                " : Deleting existing unresolved entry at key : ", eh.key());
+         unresolvedEntryDel(eh);
+         eh.entryStateIs(eh.resolvedEntryState());
+      }
+      return;
+   }
+   if (eh.unresolvedEntry() && eh.unresolvedEntry()->value().entry == entry) {
+      DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
+             " : Found existing unresolved entry at key : ", eh.key());
+      return;
+   }
+   DUOLOG(trace, TraceLevel::write, swTable_->tblName(), " : Writing new entry at key: ", eh.key());
+   unresolvedEntryDel(eh);
+   WriteWatch watch(eh);
+   eh.entryStateIs(unresolved());
+   if (!watch.isOvertaken()) {
+      unresolvedEntryIs(eh, {entry});
+   }
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const {
+   auto ue = Nuv::make<Waiting>(eh, std::move(value));
+   eh.writeIs();
+   eh.unresolvedEntry_ = ue;
+   initUnresolvedEntry(eh, *ue);
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::unresolvedEntryDel(Handle& eh) const {
+   auto ue = std::move(eh.unresolvedEntry_);
+   if (ue) {
+      eh.writeIs();
+      ue->detach();
+   }
+}
+
+template <class T>
+template <class Visit>
+void
+SwTable::Accessor<T>::forEachNeeded(Handle const& eh, Waiting const& ue, Visit&& visit) {
+   if constexpr (isBlock) {
+      for (auto const& member : eh.key().members()) {
+         forEachNeededHandle(member.entry, visit);
+      }
+   } else {
+      forEachNeededHandle(ue.value().entry, visit);
+   }
+}
+
+// Failed is asked first: who needs what has failed is told at once, even with a row in force.
+template <class T>
+void
+SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
+   using namespace ZandorL3Tunnel;
+   bool hasFailed = false;
+   forEachNeeded(eh, ue, [&](NeededHandle const& needed) {
+      hasFailed = hasFailed || needed->isFailed();
+      if (ue.isNeeded(*needed)) {
+         ue.neededEntryHandleSmIs(needed);
+      }
+   });
+   if (hasFailed) {
+      ue.markFailedNeededEntry();
+      return;
+   }
+   if (ue.neededEntryHandleSms() == 0) {
+      if constexpr (isBlock) {
+         DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
+                "Initializing unresolved entry block: all needed entry handles are already resolved, _ueb : ",
+                eh.key());
+      } else {
+         DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+                " All needed entryHandles are already resolved");
+      }
+      doResolve(eh, ue);
+   }
+}
+
+// An index that does not fit its field leaves the value waiting, marked as failed: nothing was truncated, and a
+// row that was there stays.
+template <class T>
+void
+SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
+   using namespace ZandorL3Tunnel;
+   ACCESSOR_ASSERT(ue.neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
+                   "function should not have been called");
+   Nuv::Ptr<Handle> alive(&eh);
+   Nuv::Ptr<Waiting> waiting(&ue);
+   if constexpr (isBlock) {
+      Key resolved = eh.key();
+      bool isFilled = true;
+      for (auto const& member : eh.key().members()) {
+         auto entry = member.entry;
+         isFilled = isFilled && fillDependentFields(entry);
+         resolved.entryIs(member.position, entry);
+      }
+      if (!isFilled) {
+         eh.entryStateIs(failed());
+         return;
+      }
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+             " UnresolvedEntry resolved at entryBlock  : ", eh.key());
+      // The same block, under the same identity, with its index fields filled.
+      eh.key_ = std::move(resolved);
+      eh.isResolvedIs(true);
+      eh.writeIs();
+      resolvedEntryChanged(eh);
+   } else {
+      auto entry = ue.value().entry;
+      if (!fillDependentFields(entry)) {
+         eh.entryStateIs(failed());
+         return;
+      }
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+             " UnresolvedEntry resolved at key  : ", eh.key());
+      resolvedEntryIs(eh, entry);
+   }
+   if (eh.unresolvedEntry() == waiting) {
+      eh.unresolvedEntry_ = nullptr;
+      waiting->detach();
+   }
+}
+
+} // namespace Asic
+
+namespace ZandorL3Tunnel {
+
+template <class T>
+void
+WaitingEntry<T>::doResolve() {
+   if (handle_ && handle_->table()) {
+      Accessor(handle_->table()).doResolve(*handle_, *this);
+   }
+}
+
+template <class T>
+void
+WaitingEntry<T>::setEntryState(Asic::SwTableBase::EntryState state) {
+   if (handle_) {
+      handle_->entryStateIs(state);
+   }
+}
+
+// With rows to write, what counts is that the needed row is there; without, that the needed entry is complete.
+template <class T>
+bool
+WaitingEntry<T>::isNeeded(Asic::SwTableBase::EntryHandle const& needed) const {
+   if (needed.isFailed()) {
+      return true;
+   }
+   bool hasRows = handle_ && handle_->table() && handle_->table()->util();
+   return hasRows ? !needed.isHwIndexValid() : !needed.isComplete();
+}
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,125 @@
+#pragma once
+
+// Writing and removing entries; part of Accessor.h.
+
+#include "swtable/Accessor.h"
+
+namespace Asic {
+
+template <class T>
+Nuv::Ptr<typename SwTable::Accessor<T>::Handle>
+SwTable::Accessor<T>::entryHandleIs(Key const& key) const {
+   return swTable_->handles().findOrMake(key, [&] { return Nuv::make<Handle>(key, swTable_); });
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry) const {
+   using namespace ZandorL3Tunnel;
+   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
+          ", at key : ", key);
+   auto eh = entryHandleIs(key);
+   referenced(*eh);
+   write(*eh, entry);
+   return eh;
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry) const {
+   using namespace ZandorL3Tunnel;
+   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
+          ", at key : ", key);
+   auto eh = entryHandleIs(key);
+   committed(*eh);
+   if (!HasDependentFields<Entry> && !(eh->isResolved() && eh->content_.entry == entry)) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing new entry : ", entry,
+             ", at key : ", key, "; setting entryState to unresolved",
+             " to ensure callback gets triggered by entryState change.");
+      WriteWatch watch(*eh);
+      eh->entryStateIs(unresolved());
+      if (watch.isOvertaken()) {
+         return eh;
+      }
+   }
+   write(*eh, entry);
+   return eh;
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::write(Handle& eh, Entry const& entry) const {
+   if constexpr (HasDependentFields<Entry>) {
+      writeWaiting(eh, entry);
+   } else {
+      resolvedEntryIs(eh, entry);
+   }
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::checkBlockSize(Key const& block) const {
+   if (block.getBlockSize() != block.size()) {
+      throw Nuv::Exception(Nuv::text("Unsupported behavior: entryInternals: ", block.getBlockSize(),
+                                     ", blockSize: ", block.size()));
+   }
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
+   using namespace ZandorL3Tunnel;
+   checkBlockSize(block);
+   auto eh = entryHandleIs(block);
+   if (eh->isResolved() || eh->unresolvedEntry()) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), "entryBlockRef",
+             " : Found an existing entry : ", block);
+      return eh;
+   }
+   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), "entryBlockRef",
+          " : Writing new entry : ", block);
+   referenced(*eh);
+   eh->entryStateIs(unresolved());
+   unresolvedEntryIs(*eh, {});
+   return eh;
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::entryRemove(Key const& key) const {
+   auto eh = swTable_->handles().find(key);
+   removed(eh.get(), *swTable_, key);
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::entryRemoveAll() const {
+   swTable_->handles().forEach([this](Handle& eh) { removed(&eh, *swTable_, eh.key()); });
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryWeakRef(Key const& key) const {
+   auto eh = swTable_->handles().find(key);
+   ACCESSOR_ASSERT(eh, "eh", Nuv::text("expect a valid entryHandle, key: ", key));
+   return eh;
+}
+
+template <class T>
+std::optional<typename SwTable::Accessor<T>::Entry>
+SwTable::Accessor<T>::entry(Key const& key) const {
+   auto eh = swTable_->handles().find(key);
+   if (eh && eh->unresolvedEntry()) {
+      return eh->unresolvedEntry()->value().entry;
+   }
+   return resolvedEntry(key);
+}
+
+template <class T>
+std::optional<typename SwTable::Accessor<T>::Entry>
+SwTable::Accessor<T>::resolvedEntry(Key const& key) const {
+   auto eh = swTable_->handles().find(key);
+   return eh && eh->isResolved() ? std::optional<Entry>(eh->content_.entry) : std::nullopt;
+}
+
+} // namespace Asic

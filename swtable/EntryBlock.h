@@ -1,0 +1,153 @@
+#pragma once
+
+#include "platform/asic/EntryBase.h"
+#include "platform/nuv/Exception.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace ZandorL3Tunnel {
+
+/// A run of members at positions from 0: the key and the value of a block table. Equal members at equal positions
+/// are the same block.
+///
+/// The content is shared: copying a block costs a count, and whoever changes one that is shared changes a copy.
+/// `Sheet` should model a block table's data sheet: its `Entry` is the member, its `typeName()` the table's.
+template <class Sheet>
+class EntryBlock : public Asic::EntryBase {
+ public:
+   using Index = std::uint32_t;
+   using Entry = typename Sheet::Entry;
+
+   struct Member {
+      Index position;
+      Entry entry;
+   };
+
+   /// The name of the type, as a key of allocators.
+   static Pelm::StringView typeName() {
+      static Pelm::String const name = Pelm::String(Sheet::typeName()) + "::EntryBlock";
+      return name;
+   }
+
+   /// The member at `position`, or an empty one.
+   Entry entry(Index position) const {
+      auto const* found = find(position);
+      return found ? found->entry : Entry();
+   }
+
+   /// Puts a member at `position`, which must not be 0xFFFFFFFF: a block that reached so far would have no size.
+   void entryIs(Index position, Entry const& entry) {
+      if (position == 0xFFFFFFFF) {
+         throw Nuv::RangeException("EntryBlock: position 0xFFFFFFFF not allowed");
+      }
+      auto& members = change();
+      auto at = lowerBound(members, position);
+      if (at != members.end() && at->position == position) {
+         at->entry = entry;
+      } else {
+         members.insert(at, {position, entry});
+      }
+   }
+
+   void entryDel(Index position) {
+      if (find(position)) {
+         auto& members = change();
+         members.erase(lowerBound(members, position));
+      }
+   }
+
+   /// The members that are there, by position.
+   std::vector<Member> const& members() const {
+      static std::vector<Member> const none;
+      return content_ ? content_->members : none;
+   }
+
+   /// Number of consecutive indices that the block takes: its highest position and one.
+   std::uint32_t size() const { return members().empty() ? 0 : members().back().position + 1; }
+
+   /// The size, as far as 16 bits hold it.
+   std::uint16_t getBlockSize() const { return std::uint16_t(size()); }
+
+   std::uint32_t hash(unsigned seed) const {
+      if (!content_ || members().empty()) {
+         return Nuv::HashAccumulator(seed).result();
+      }
+      auto& content = *content_;
+      if (!content.isHashed || content.seed != seed) {
+         content.hash = contentHash(seed);
+         content.seed = seed;
+         content.isHashed = true;
+      }
+      return content.hash;
+   }
+
+   friend bool operator==(EntryBlock const& a, EntryBlock const& b) {
+      return a.content_ == b.content_ ||
+             std::equal(a.members().begin(), a.members().end(), b.members().begin(), b.members().end(),
+                        [](Member const& left, Member const& right) {
+                           return left.position == right.position && left.entry == right.entry;
+                        });
+   }
+
+   friend bool operator<(EntryBlock const& a, EntryBlock const& b) {
+      return std::lexicographical_compare(
+            a.members().begin(), a.members().end(), b.members().begin(), b.members().end(),
+            [](Member const& left, Member const& right) {
+               return left.position != right.position ? left.position < right.position
+                                                      : left.entry < right.entry;
+            });
+   }
+
+   /// Has no text of its own.
+   friend void appendText(Pelm::String& out, EntryBlock const&) { out.append("None"); }
+
+ private:
+   struct Content final : Nuv::Object {
+      Content() = default;
+      explicit Content(std::vector<Member> const& from)
+          : members(from) {}
+
+      std::vector<Member> members;
+      std::uint32_t hash{};
+      unsigned seed{};
+      bool isHashed{};
+   };
+
+   template <class Members>
+   static auto lowerBound(Members& members, Index position) {
+      return std::lower_bound(members.begin(), members.end(), position,
+                              [](Member const& member, Index at) { return member.position < at; });
+   }
+
+   Member const* find(Index position) const {
+      auto const& all = members();
+      // Writers fill from 0 on, so a member mostly stands at its own position.
+      if (position < all.size() && all[position].position == position) {
+         return &all[position];
+      }
+      auto at = lowerBound(all, position);
+      return at != all.end() && at->position == position ? &*at : nullptr;
+   }
+
+   std::vector<Member>& change() {
+      if (!content_ || content_->references() > 1) {
+         content_ = content_ ? new Content(content_->members) : new Content;
+      }
+      content_->isHashed = false;
+      return content_->members;
+   }
+
+   std::uint32_t contentHash(unsigned seed) const {
+      Nuv::HashAccumulator accumulator(seed);
+      for (auto const& member : members()) {
+         accumulator.mix32(member.position);
+         accumulator.mix32(member.entry.hash(seed));
+      }
+      return accumulator.result();
+   }
+
+   Nuv::Ptr<Content> content_;
+};
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/nuv/Hash.h"
+#include "platform/nuv/HashTable.h"
+#include "platform/nuv/Ptr.h"
+
+namespace ZandorL3Tunnel {
+
+/// A table's handles by key, in canonical order. It finds handles and owns none: what a table holds of a handle is
+/// a reference of its own, and the key lives in the handle.
+///
+/// `HandleType` should have `key()`; `KeyType` should be a value that hashes itself.
+template <class HandleType, class KeyType>
+class HandleCollection {
+ public:
+   Nuv::Ptr<HandleType> find(KeyType const& key) const {
+      auto const* slot = handles_.find(key);
+      return slot ? Nuv::Ptr<HandleType>(*slot) : Nuv::Ptr<HandleType>();
+   }
+
+   /// The handle at `key`, or a new one from `make()`, which the collection finds from now on. A new handle comes
+   /// with the reference that its table holds.
+   template <class Make>
+   Nuv::Ptr<HandleType> findOrMake(KeyType const& key, Make&& make) {
+      auto hash = Traits::hash(key);
+      if (auto* slot = handles_.findHashed(hash, key)) {
+         return *slot;
+      }
+      Nuv::Ptr<HandleType> handle = make();
+      handles_.insertHashed(hash, handle.get());
+      handle->referenceAdd();
+      return handle;
+   }
+
+   /// Finds the handle no longer; false when another one, or none, stands at its key.
+   bool del(HandleType const& handle) {
+      auto hash = Traits::hash(handle.key());
+      auto const* slot = handles_.findHashed(hash, handle.key());
+      return slot && *slot == &handle && handles_.eraseHashed(hash, handle.key());
+   }
+
+   std::size_t size() const { return handles_.size(); }
+
+   /// Calls `visit(handle)` for each handle in turn; it may change the collection in any way. Each handle is held
+   /// while it is visited.
+   template <class Visit>
+   void forEach(Visit&& visit) const {
+      for (auto at = handles_.iterator(); at; ++at) {
+         Nuv::Ptr<HandleType> handle(*at);
+         visit(*handle);
+      }
+   }
+
+ private:
+   struct Traits {
+      using Slot = HandleType*;
+      using Key = KeyType;
+      static std::uint32_t hash(Key const& key) { return Nuv::hashOf(key, Nuv::collectionHashSeed()); }
+      static Key const& key(Slot const& slot) { return slot->key(); }
+      static bool less(Key const& a, Key const& b) { return a < b; }
+      static bool equal(Key const& a, Key const& b) { return a == b; }
+   };
+
+   Nuv::HashTable<Traits> handles_;
+};
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,120 @@
+#pragma once
+
+#include "platform/asic/AnySizedBlockAllocator.h"
+#include "platform/asic/FirstFreeIndexAllocator.h"
+#include "platform/asic/GenericIndexAllocatorStub.h"
+#include "swtable/AccessorBase.h"
+
+namespace ZandorL3Tunnel {
+
+/// Where a table's hardware indices come from. A data sheet names one of these:
+/// the key is the index;
+struct KeyIsIndex {};
+
+/// an allocator of the table's own;
+template <class A>
+struct OwnAllocator {
+   using Allocator = A;
+   static constexpr bool isShared = false;
+};
+
+/// or the chip's allocator of type `A`, which several tables share.
+template <class A>
+struct SharedAllocator {
+   using Allocator = A;
+   static constexpr bool isShared = true;
+};
+
+/// The indices of a table whose keys are indices.
+template <class Source, class Key>
+class IndexSource {
+ public:
+   void init(Asic::SwTable const&) {}
+   void del(Asic::SwTable const&) {}
+   Asic::Index acquire(Key const& key) { return key; }
+   Asic::Index held(Key const& key) const { return key; }
+   void release(Key const&) {}
+};
+
+/// The indices of a table that takes them from an allocator.
+template <class Source, class Key>
+   requires requires { Source::isShared; }
+class IndexSource<Source, Key> {
+ public:
+   using Allocator = typename Source::Allocator;
+
+   Nuv::Ptr<Allocator> const& allocator() const { return allocator_; }
+
+   /// Makes or finds the allocator, as large as the hardware table is.
+   void init(Asic::SwTable const& table);
+
+   /// Lets the allocator go, and gives the table's share back.
+   void del(Asic::SwTable const& table);
+
+   /// The index, or the run, that the key holds or can have from now on.
+   Asic::Index acquire(Key const& key);
+
+   /// What the key holds; the invalid index when it holds nothing.
+   Asic::Index held(Key const& key) const {
+      return allocator_ ? allocator_->indexForKey(Nuv::nuvType<Key>(), &key) : Asic::invalidIndex;
+   }
+
+   void release(Key const& key) {
+      if (allocator_) {
+         allocator_->releaseIndexForKey(Nuv::nuvType<Key>(), &key);
+      }
+   }
+
+ private:
+   Nuv::Ptr<Allocator> allocator_;
+};
+
+template <class Source, class Key>
+   requires requires { Source::isShared; }
+void
+IndexSource<Source, Key>::init(Asic::SwTable const& table) {
+   if constexpr (Source::isShared) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
+      allocator_ = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(table);
+   } else {
+      allocator_ = Nuv::make<Allocator>(table.tblName());
+   }
+   ACCESSOR_ASSERT(allocator_, "shalloc", table.tblName());
+   // A table without hardware has no bounds of its own to give the allocator.
+   if (Asic::Index rows = table.numEntries(); rows != Asic::invalidIndex && rows > allocator_->numEntries()) {
+      allocator_->numEntriesIs(rows);
+   }
+   allocator_->initializedIs(true);
+}
+
+template <class Source, class Key>
+   requires requires { Source::isShared; }
+void
+IndexSource<Source, Key>::del(Asic::SwTable const& table) {
+   if (!allocator_) {
+      return;
+   }
+   if constexpr (Source::isShared) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
+             "Trying to delete shared allocator for table:", table.tblName());
+      Asic::GenericIndexAllocatorStub::freeSharedAllocator<Allocator>(table);
+   }
+   allocator_ = nullptr;
+}
+
+template <class Source, class Key>
+   requires requires { Source::isShared; }
+Asic::Index
+IndexSource<Source, Key>::acquire(Key const& key) {
+   if (!allocator_) {
+      return Asic::invalidIndex;
+   }
+   auto const& type = Nuv::nuvType<Key>();
+   if constexpr (std::derived_from<Allocator, Asic::AnySizedBlockAllocator>) {
+      return allocator_->newIndexForBlock(type, &key, key.size());
+   } else {
+      return allocator_->newIndexForKey(type, &key);
+   }
+}
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "platform/asic/UnresolvedEntry.h"
+#include "swtable/EntryBlock.h"
+
+namespace ZandorL3Tunnel {
+
+/// The key of `Key` is a block: the handle's own value is its key.
+template <class Key>
+concept BlockKey = requires(Key const& key) { key.members(); };
+
+template <class T>
+class WaitingEntry;
+
+/// What a keyed table's handle holds for its entry's row: the value that should be there.
+template <class T, class Key>
+struct RowContent {
+   typename T::Entry entry;
+};
+
+/// What a block table's handle holds for its run: how many of its rows the chip has not confirmed.
+template <class T, BlockKey Key>
+struct RowContent<T, Key> {
+   std::uint32_t unconfirmedRows{};
+};
+
+/// The handle of one entry or block of table `T`: the one slot behind its table's collections.
+template <class T>
+class TableEntryHandle final : public Asic::SwTable::EntryHandle {
+ public:
+   using Key = typename T::Key;
+   using Accessor = Asic::SwTable::Accessor<T>;
+
+   TableEntryHandle(Key key, T* table);
+   ~TableEntryHandle() override;
+
+   Key const& key() const { return key_; }
+   T* table() const { return static_cast<T*>(swTable()); }
+
+   /// The value that waits for needed entries, or null.
+   Nuv::Ptr<WaitingEntry<T>> const& unresolvedEntry() const { return unresolvedEntry_; }
+
+   void handleRowConfirmed() override;
+
+ protected:
+   void cleanup() override;
+   void handleEntryState() override;
+   void handleResolvedEntryState() override;
+
+ private:
+   friend Accessor;
+
+   Key key_;
+   [[no_unique_address]] RowContent<T, Key> content_;
+   Nuv::Ptr<WaitingEntry<T>> unresolvedEntry_;
+};
+
+/// What a waiting value holds beside its handle: a keyed table's entry. A block is its own key.
+template <class T, class Key>
+struct WaitingValue {
+   typename T::Entry entry;
+};
+
+template <class T, BlockKey Key>
+struct WaitingValue<T, Key> {};
+
+/// A value of table `T` that waits for entries of other tables.
+template <class T>
+class WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
+ public:
+   using Handle = TableEntryHandle<T>;
+   using Accessor = Asic::SwTable::Accessor<T>;
+
+   WaitingEntry(Handle& handle, WaitingValue<T, typename T::Key> value)
+       : handle_(&handle)
+       , value_(std::move(value)) {}
+
+   WaitingValue<T, typename T::Key> const& value() const { return value_; }
+
+   /// The entry is waited for no longer: whatever its needed entries still say changes nothing.
+   void detach() { handle_ = nullptr; }
+
+   void doResolve() override;
+   void markFailedNeededEntry() override { setEntryState(Asic::SwTableBase::failedNeededEntry()); }
+   void setEntryState(Asic::SwTableBase::EntryState) override;
+
+   bool isNeeded(Asic::SwTableBase::EntryHandle const& handle) const override;
+
+ private:
+   Handle* handle_;
+   [[no_unique_address]] WaitingValue<T, typename T::Key> value_;
+};
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/chipstate/FendoTypes.h"
+#include "swtable/KeyedTable.h"
+
+namespace ZandorL3Tunnel {
+
+/// Egress L3 interfaces of the underlay: what the L2 header of a tunnel packet carries, by the row's index.
+struct EgrL3Oif2Sheet {
+   static constexpr char const* typeName() { return "ZandorL3Tunnel::EgrL3Oif2"; }
+   static constexpr char const* hwTableName() { return "EgrL3Oif2"; }
+
+   using Index = std::uint32_t;
+   using Source = KeyIsIndex;
+
+   struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
+      bool isUnderlayL2HdrTagged{};  ///< whether the header carries `tnlVlanTag`
+      Fendo::EthAddr srcMacAddress;
+      std::uint16_t tnlVlanTag{};
+
+      static constexpr auto fieldList() {
+         return Nuv::fieldList("ZandorL3Tunnel::EgrL3Oif2::Entry",
+                               Nuv::field("isUnderlayL2HdrTagged", &Entry::isUnderlayL2HdrTagged),
+                               Nuv::field("srcMacAddress", &Entry::srcMacAddress),
+                               Nuv::field("tnlVlanTag", &Entry::tnlVlanTag));
+      }
+   };
+};
+
+class EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Sheet, Asic::SwKnownIndexTable> {
+ public:
+   explicit EgrL3Oif2(Pelm::String name)
+       : KeyedTable(std::move(name)) {}
+
+   static Nuv::FwkType staticFwkType();
+};
+
+/// A new table, not yet tied to a chip.
+Nuv::Ptr<EgrL3Oif2> egrL3Oif2Factory(Pelm::String const& name);
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "swtable/KeyedTable.h"
+#include "types/SwFieldTypes.h"
+
+namespace ZandorL3Tunnel {
+
+/// Ingress half of the underlay next hops: where the ingress stage sends a packet, by the row's index.
+struct IngL3NextHop2TableSheet {
+   static constexpr char const* typeName() { return "ZandorL3Tunnel::IngL3NextHop2Table"; }
+   static constexpr char const* hwTableName() { return "IngL3NextHop2Table"; }
+
+   using Index = std::uint32_t;
+   using Source = KeyIsIndex;
+
+   struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
+      std::uint16_t destinationId{};
+      std::uint8_t destinationType{};  ///< a `DestinationType`
+      std::uint8_t strengthProfileIndex{};
+
+      static constexpr auto fieldList() {
+         return Nuv::fieldList("ZandorL3Tunnel::IngL3NextHop2Table::Entry",
+                               Nuv::field("destinationId", &Entry::destinationId),
+                               Nuv::field("destinationType", &Entry::destinationType),
+                               Nuv::field("strengthProfileIndex", &Entry::strengthProfileIndex));
+      }
+   };
+};
+
+class IngL3NextHop2Table final
+    : public KeyedTable<IngL3NextHop2Table, IngL3NextHop2TableSheet, Asic::SwKnownIndexTable> {
+ public:
+   explicit IngL3NextHop2Table(Pelm::String name)
+       : KeyedTable(std::move(name)) {}
+
+   static Nuv::FwkType staticFwkType();
+};
+
+/// A new table, not yet tied to a chip.
+Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2TableFactory(Pelm::String const& name);
+
+} // namespace ZandorL3Tunnel

@@ -1,0 +1,207 @@
+#include "tables/L3NextHop2Table.h"
+
+#include "platform/asic/GenericIndexAllocatorStub.h"
+#include "platform/nuv/Assert.h"
+#include "swtable/AccessorBase.h"
+
+#include <algorithm>
+
+namespace ZandorL3Tunnel {
+
+namespace {
+
+Nuv::Module const module("L3NextHop2Table");
+
+Nuv::NuvType const&
+keyType() {
+   return Nuv::nuvType<L3UnderlayNextHopKey>();
+}
+
+} // namespace
+
+L3NextHop2Table::L3NextHop2Table()
+    : SwMergedTable(typeName()) {}
+
+L3NextHop2Table::~L3NextHop2Table() = default;
+
+Nuv::FwkType
+L3NextHop2Table::staticFwkType() {
+   return {&module};
+}
+
+Nuv::Ptr<L3NextHop2Table>
+l3NextHop2TableFactory() {
+   return Nuv::make<L3NextHop2Table>();
+}
+
+void
+L3NextHop2Table::doEnclosingInit() {
+   ingL3NextHop2Table_ = ingL3NextHop2TableFactory(IngL3NextHop2Table::typeName());
+   egrL3NextHop2_ = egrL3NextHop2Factory(EgrL3NextHop2::typeName());
+}
+
+void
+L3NextHop2Table::doInitEnclosed(Asic::UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager,
+                                Asic::ChipInfo const& chip) {
+   doEnclosingInit();
+   ingL3NextHop2Table_->doInit(unit, entityManager, chip);
+   egrL3NextHop2_->doInit(unit, entityManager, chip);
+}
+
+void
+L3NextHop2Table::doInitComplete() {
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
+   indexAllocator_ = Asic::GenericIndexAllocatorStub::createSharedAllocator<L3NextHop2SharedAllocator>(*this);
+   ACCESSOR_ASSERT(indexAllocator_, "shalloc", tblName());
+   auto rows = std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries());
+   if (rows != Asic::invalidIndex && rows > indexAllocator_->numEntries()) {
+      indexAllocator_->numEntriesIs(rows);
+   }
+   doReserveIndicesAtTableInit();
+   indexAllocator_->initializedIs(true);
+   indexDeallocatorSm_ = std::make_unique<IndexDeallocatorSm>(*this);
+}
+
+Asic::Index
+L3NextHop2Table::heldIndex(Key const& key) const {
+   return indexAllocator_ ? indexAllocator_->indexForKey(keyType(), &key) : Asic::invalidIndex;
+}
+
+bool
+L3NextHop2Table::entryHas(Key const& key) const {
+   return handles_.find(key) != nullptr;
+}
+
+Nuv::Ptr<L3NextHop2Table::EntryHandle const>
+L3NextHop2Table::entryHandle(Key const& key) const {
+   return handles_.find(key);
+}
+
+std::optional<IngL3NextHop2Table::Entry>
+L3NextHop2Table::ingL3NextHop2TableEntry(Key const& key) const {
+   auto index = heldIndex(key);
+   return index == Asic::invalidIndex ? std::nullopt : ingL3NextHop2Table_->entry(index);
+}
+
+std::optional<EgrL3NextHop2::Entry>
+L3NextHop2Table::egrL3NextHop2Entry(Key const& key) const {
+   auto index = heldIndex(key);
+   return index == Asic::invalidIndex ? std::nullopt : egrL3NextHop2_->entry(index);
+}
+
+Nuv::Ptr<L3NextHop2Table::EntryHandle>
+L3NextHop2Table::writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType) {
+   auto handle = handles_.findOrMake(key, [&] { return Nuv::make<EntryHandle>(key, this); });
+   if (autoRemoveType == Asic::needsExplicitRemove()) {
+      AccessorBase::committed(*handle);
+   } else {
+      AccessorBase::referenced(*handle);
+   }
+   return handle;
+}
+
+L3NextHop2Table::HandlePtr
+L3NextHop2Table::entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                            EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType) {
+   auto handle = writtenHandle(key, autoRemoveType);
+   auto index = indexAllocator_ ? indexAllocator_->newIndexForKey(keyType(), &key) : Asic::invalidIndex;
+   if (index == Asic::invalidIndex) {
+      handle->entryStateIs(failed());
+      return handle;
+   }
+   if (isInPlace(*handle, index, ingEntry, egrEntry)) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
+             ": merged table entry already exists");
+      return handle;
+   }
+   MergedEntry entry;
+   entry.mergedEntryHandleIs(ingL3NextHop2Table_->entryRef(index, ingEntry));
+   entry.mergedEntryHandleIs(egrL3NextHop2_->entryRef(index, egrEntry));
+   unresolvedMergedEntryIs(*handle, entry);
+   return handle;
+}
+
+// Rows that somebody else keeps at the index do not make a fresh key's pair complete, so the key itself must hold or
+// wait for one.
+bool
+L3NextHop2Table::isInPlace(EntryHandle const& handle, Asic::Index index,
+                           IngL3NextHop2Table::Entry const& ingEntry,
+                           EgrL3NextHop2::Entry const& egrEntry) const {
+   if (!handle.mergedEntry() && !handle.unresolvedMergedEntry()) {
+      return false;
+   }
+   auto egr = egrL3NextHop2_->entryHandle(index);
+   return ingL3NextHop2Table_->resolvedEntry(index) == ingEntry && egr &&
+          egr->entryType() != EntryHandle::inDeletion() && egrL3NextHop2_->entry(index) == egrEntry;
+}
+
+void
+L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry) {
+   // The pair held so far goes last: its halves' handles are mostly those of the new one.
+   auto before = std::move(handle.unresolvedMergedEntry_);
+   if (before) {
+      before->detach();
+   }
+   auto waiting = Nuv::make<UnresolvedMergedEntry>(handle);
+   handle.writeIs();
+   handle.unresolvedMergedEntry_ = waiting;
+   WriteWatch watch(handle);
+   handle.entryStateIs(unresolved());
+   if (!watch.isOvertaken()) {
+      waiting->initUnresolvedMergedEntry(entry);
+   }
+}
+
+void
+L3NextHop2Table::entryRemove(Key const& key) {
+   auto handle = handles_.find(key);
+   AccessorBase::removed(handle.get(), *this, key);
+}
+
+void
+L3NextHop2Table::entryRemoveAll() {
+   handles_.forEach([this](EntryHandle& handle) { AccessorBase::removed(&handle, *this, handle.key()); });
+}
+
+void
+L3NextHop2Table::cleanup(EntryHandle& handle) {
+   Nuv::Ptr<L3NextHop2Table> alive(this);
+   AccessorBase::handleLeaves(handle, handles_.find(handle.key()) != nullptr, *this, handle.key());
+   handle.swTableDel();
+   handles_.del(handle);
+   handle.hwIndexValidIs(false);
+   auto waiting = std::move(handle.unresolvedMergedEntry_);
+   if (waiting) {
+      waiting->detach();
+   }
+   handle.mergedEntry_ = MergedEntry();
+}
+
+void
+L3NextHop2Table::cleanup() {
+   if (isTakenDown_) {
+      return;
+   }
+   isTakenDown_ = true;
+   handles_.forEach([this](EntryHandle& handle) {
+      handle.swTableDel();
+      handles_.del(handle);
+      if (handle.unresolvedMergedEntry_) {
+         handle.unresolvedMergedEntry_->detach();
+      }
+      handle.unresolvedMergedEntry_ = nullptr;
+      handle.mergedEntry_ = MergedEntry();
+      if (handle.entryType() != EntryHandle::referenceOnly()) {
+         handle.referenceDel();
+      }
+   });
+   indexDeallocatorSm_ = nullptr;
+   if (indexAllocator_) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
+             "Trying to delete shared allocator for table:", tblName());
+      Asic::GenericIndexAllocatorStub::freeSharedAllocator<L3NextHop2SharedAllocator>(*this);
+      indexAllocator_ = nullptr;
+   }
+}
+
+} // namespace ZandorL3Tunnel

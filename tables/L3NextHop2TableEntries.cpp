@@ -1,0 +1,122 @@
+#include "platform/nuv/Assert.h"
+#include "swtable/AccessorBase.h"
+#include "tables/L3NextHop2Table.h"
+
+namespace ZandorL3Tunnel {
+
+void
+L3NextHop2Table::MergedEntry::mergedEntryHandleIs(HandlePtr const& handle) {
+   for (auto const& held : *this) {
+      if (held == handle) {
+         return;
+      }
+   }
+   NUV_ASSERT(size_ < numMemberTables(), "a merged entry has one handle for each member table");
+   handles_[size_++] = handle;
+   // A set: the order in which it was filled must not show.
+   if (size_ == 2 && handles_[1]->creationNumber() < handles_[0]->creationNumber()) {
+      std::swap(handles_[0], handles_[1]);
+   }
+}
+
+L3NextHop2Table::EntryHandle::EntryHandle(Key const& key, L3NextHop2Table* table)
+    : SwTable::EntryHandle(table)
+    , key_(key) {}
+
+L3NextHop2Table::EntryHandle::~EntryHandle() = default;
+
+void
+L3NextHop2Table::EntryHandle::cleanup() {
+   if (auto* owner = table()) {
+      owner->cleanup(*this);
+   }
+}
+
+void
+L3NextHop2Table::EntryHandle::handleEntryState() {
+   DUOLOG(_defaultTraceHandle(), TraceLevel::state, "handleEntryState", " : ", entryState());
+   NUV_ASSERT_AS("L3NextHop2Table", entryState() <= failed(), "0", "unexpected entryState");
+}
+
+void
+L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry const& entry) {
+   NUV_ASSERT_AS("L3NextHop2Table", entry.mergedEntryHandles() == MergedEntry::numMemberTables(),
+                 "entry.mergedEntryHandles() == MergedEntry::numMemberTables()",
+                 "All member tables are not filled");
+   Nuv::Ptr<UnresolvedMergedEntry> alive(this);
+   entry_ = entry;
+   for (auto const& member : entry) {
+      if (isNeeded(*member)) {
+         neededEntryHandleSmIs(member);
+      }
+      if (member->isFailed()) {
+         setEntryState(member->entryState());
+      }
+   }
+   if (!lacksIndex()) {
+      doResolve();
+   }
+}
+
+void
+L3NextHop2Table::UnresolvedMergedEntry::setEntryState(Asic::SwTableBase::EntryState state) {
+   if (handle_) {
+      handle_->entryStateIs(state);
+   }
+}
+
+void
+L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
+   if (!handle_ || !handle_->table()) {
+      return;
+   }
+   Nuv::Ptr<EntryHandle> handle(handle_);
+   WriteWatch watch(*handle);
+   handle->hwEntryIndexIs(handle->table()->heldIndex(handle->key()));
+   if (watch.isOvertaken() || hasFailedNeededEntry()) {
+      return;
+   }
+   if (neededEntryHandleSms() != 0) {
+      handle->entryStateIs(inProgress());
+      return;
+   }
+   Nuv::Ptr<UnresolvedMergedEntry> alive(this);
+   handle->mergedEntry_ = entry_;
+   handle->isResolvedIs(true);
+   handle->unresolvedMergedEntry_ = nullptr;
+   detach();
+   handle->hwIndexValidIs(true);
+   if (!watch.isOvertaken()) {
+      handle->entryStateIs(success());
+   }
+}
+
+L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
+    : table_(table)
+    , ingSm_(*this)
+    , egrSm_(*this) {
+   table.ingL3NextHop2Table_->resolvedEntryNotifiees().notifieeIs(ingSm_);
+   table.egrL3NextHop2_->resolvedEntryNotifiees().notifieeIs(egrSm_);
+}
+
+void
+L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
+   auto const& trace = _defaultTraceHandle();
+   auto& allocator = *table_.indexAllocator_;
+   auto key = allocator.keyForIndex(index);
+   if (!key.type) {
+      return;
+   }
+   if (table_.ingL3NextHop2Table_->resolvedEntry(index)) {
+      DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in ingL3NextHop2Table");
+      return;
+   }
+   if (table_.egrL3NextHop2_->resolvedEntry(index)) {
+      DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in egrL3NextHop2");
+      return;
+   }
+   DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
+   allocator.releaseIndexForKey(*key.type, key.value);
+}
+
+} // namespace ZandorL3Tunnel
