@@ -19,9 +19,7 @@ constexpr std::uint8_t memberStrengthProfile = 0;
 
 L3UnderlayEcmpProgrammer::L3UnderlayEcmpProgrammer(Fcsd const& fcsd, KalloEm const& kalloEm,
                                                    LocalEm const& localEm)
-    : fcsd_(fcsd)
-    , kalloEm_(kalloEm)
-    , localEm_(localEm) {}
+    : fcsd_(fcsd), kalloEm_(kalloEm), localEm_(localEm) {}
 
 Nuv::FwkType
 L3UnderlayEcmpProgrammer::staticFwkType() {

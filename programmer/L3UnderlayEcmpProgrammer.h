@@ -9,8 +9,9 @@
 
 namespace ZandorL3Tunnel {
 
-/// Turns the underlay vias of a tunnel destination into programmed next hops and a block of ECMP members, at which
-/// an ECMP group can point. It keeps no map of its own: equal vias and equal sets are shared by the tables.
+/// Turns the underlay vias of a tunnel destination into programmed next hops and a block of ECMP members, at
+/// which an ECMP group can point. It keeps no map of its own: equal vias and equal sets are shared by the
+/// tables.
 class L3UnderlayEcmpProgrammer final : public Nuv::Object {
  public:
    using Fcsd = Nuv::Ptr<ZandorCentral::FeatureAgentCommonSmData const>;
@@ -24,21 +25,21 @@ class L3UnderlayEcmpProgrammer final : public Nuv::Object {
    L3UnderlayEcmpProgrammer(Fcsd const& fcsd, KalloEm const& kalloEm, LocalEm const& localEm);
 
    /// A new programmer, without tables.
-   static Nuv::Ptr<L3UnderlayEcmpProgrammer> L3UnderlayEcmpProgrammerIs(Fcsd const& fcsd,
-                                                                        KalloEm const& kalloEm,
-                                                                        LocalEm const& localEm);
+   static Nuv::Ptr<L3UnderlayEcmpProgrammer>
+   L3UnderlayEcmpProgrammerIs(Fcsd const& fcsd, KalloEm const& kalloEm, LocalEm const& localEm);
 
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 
-   /// Makes the tables for the chip and finds the shared egress-interface table, which must be there. A second call
-   /// starts with new tables; handles given out before keep the old ones alive.
+   /// Makes the tables for the chip and finds the shared egress-interface table, which must be there. A
+   /// second call starts with new tables; handles given out before keep the old ones alive.
    void initTables(ZandorCentral::ChipInfo const& chipInfo);
 
-   /// The handle of the block with one member for each via, in the order of the set: an existing equal one, or a new
-   /// one. It lives as long as somebody holds the handle; its state tells how far it has come. With `isCpuDrop`, a
-   /// via to the CPU drops instead. Every unicast via's interface must be in the egress-interface table. Null before
-   /// `initTables`; throws `Nuv::Exception` when the set is too large for a block.
+   /// The handle of the block with one member for each via, in the order of the set: an existing equal one,
+   /// or a new one. It lives as long as somebody holds the handle; its state tells how far it has come. With
+   /// `isCpuDrop`, a via to the CPU drops instead. Every unicast via's interface must be in the
+   /// egress-interface table. Null before `initTables`; throws `Nuv::Exception` when the set is too large for
+   /// a block.
    HandlePtr getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, bool isCpuDrop);
 
    Fcsd const& fcsd() const { return fcsd_; }

@@ -6,11 +6,11 @@
 
 #include <optional>
 
-/// What every software table does with its entries. One accessor serves keyed tables, whose entries take one row
-/// each, and block tables, whose entries take a run of rows. It holds nothing but its table.
+/// What every software table does with its entries. One accessor serves keyed tables, whose entries take one
+/// row each, and block tables, whose entries take a run of rows. It holds nothing but its table.
 ///
-/// `T` should be a `KeyedTable` or a `BlockTable`: it has a `Key`, an `Entry`, handles by key, and answers for
-/// hardware indices (`doAcquireHwIndex`, `heldHwIndex`, `doReleaseHwIndex`) and for its util.
+/// `T` should be a `KeyedTable` or a `BlockTable`: it has a `Key`, an `Entry`, handles by key, and answers
+/// for hardware indices (`doAcquireHwIndex`, `heldHwIndex`, `doReleaseHwIndex`) and for its util.
 template <class T>
 class Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
  public:
@@ -22,8 +22,7 @@ class Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
 
    static constexpr bool isBlock = ZandorL3Tunnel::BlockKey<Key>;
 
-   explicit Accessor(T* table)
-       : swTable_(table) {}
+   explicit Accessor(T* table) : swTable_(table) {}
 
    HandlePtr entryRef(Key const& key, Entry const& entry) const;
    HandlePtr entryCommit(Key const& key, Entry const& entry) const;

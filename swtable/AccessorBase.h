@@ -11,7 +11,8 @@ class AccessorBase {
  public:
    using Handle = Asic::SwTable::EntryHandle;
 
-   /// A user references the entry: a handle that nobody has written yet loses the table's hold. A commit stays one.
+   /// A user references the entry: a handle that nobody has written yet loses the table's hold. A commit
+   /// stays one.
    static void referenced(Handle& handle);
 
    /// The entry is committed: the table holds the handle, once.
@@ -31,13 +32,12 @@ class AccessorBase {
                             Nuv::TextRef key);
 };
 
-/// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry meanwhile.
+/// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry
+/// meanwhile.
 class WriteWatch {
  public:
    explicit WriteWatch(Asic::SwTable::EntryHandle& handle)
-       : handle_(&handle)
-       , writes_(handle.writes())
-       , hadTable_(handle.swTable() != nullptr) {}
+       : handle_(&handle), writes_(handle.writes()), hadTable_(handle.swTable() != nullptr) {}
 
    bool isOvertaken() const {
       return handle_->writes() != writes_ || (handle_->swTable() != nullptr) != hadTable_;

@@ -40,9 +40,7 @@ SwTable::Accessor<T>::cleanup() const {
 namespace ZandorL3Tunnel {
 
 template <class T>
-TableEntryHandle<T>::TableEntryHandle(Key key, T* table)
-    : EntryHandle(table)
-    , key_(std::move(key)) {}
+TableEntryHandle<T>::TableEntryHandle(Key key, T* table) : EntryHandle(table), key_(std::move(key)) {}
 
 template <class T>
 TableEntryHandle<T>::~TableEntryHandle() = default;

@@ -6,8 +6,8 @@
 
 namespace Asic {
 
-// The old row stays while the new value waits, and a value that is there already, or is waited for already, changes
-// nothing.
+// The old row stays while the new value waits, and a value that is there already, or is waited for already,
+// changes nothing.
 template <class T>
 void
 SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
@@ -99,8 +99,8 @@ SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    }
 }
 
-// An index that does not fit its field leaves the value waiting, marked as failed: nothing was truncated, and a
-// row that was there stays.
+// An index that does not fit its field leaves the value waiting, marked as failed: nothing was truncated, and
+// a row that was there stays.
 template <class T>
 void
 SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
@@ -164,7 +164,8 @@ WaitingEntry<T>::setEntryState(Asic::SwTableBase::EntryState state) {
    }
 }
 
-// With rows to write, what counts is that the needed row is there; without, that the needed entry is complete.
+// With rows to write, what counts is that the needed row is there; without, that the needed entry is
+// complete.
 template <class T>
 bool
 WaitingEntry<T>::isNeeded(Asic::SwTableBase::EntryHandle const& needed) const {

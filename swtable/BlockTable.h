@@ -4,8 +4,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// A software table whose entries are blocks, runs of rows: the operations that its users call. `T` and `SheetType`
-/// as for `TableCore`.
+/// A software table whose entries are blocks, runs of rows: the operations that its users call. `T` and
+/// `SheetType` as for `TableCore`.
 template <class T, class SheetType>
 class BlockTable : public TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable> {
    using Core = TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable>;
@@ -14,9 +14,9 @@ class BlockTable : public TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<She
    using typename Core::HandlePtr;
    using EntryBlock = ZandorL3Tunnel::EntryBlock<SheetType>;
 
-   /// The handle of the block that is equal to `block`, or of a new one, which waits for its members' handles and
-   /// then takes a run of rows. It lives as long as somebody holds the handle. Throws `Nuv::Exception`, changing
-   /// nothing, when the block's size does not fit 16 bits.
+   /// The handle of the block that is equal to `block`, or of a new one, which waits for its members' handles
+   /// and then takes a run of rows. It lives as long as somebody holds the handle. Throws `Nuv::Exception`,
+   /// changing nothing, when the block's size does not fit 16 bits.
    HandlePtr entryBlockRef(EntryBlock const& block) { return this->accessor().entryBlockRef(block); }
 
    /// Gives every commit back; blocks that are only referenced stay with their holders.

@@ -8,11 +8,12 @@
 
 namespace ZandorL3Tunnel {
 
-/// A run of members at positions from 0: the key and the value of a block table. Equal members at equal positions
-/// are the same block.
+/// A run of members at positions from 0: the key and the value of a block table. Equal members at equal
+/// positions are the same block.
 ///
-/// The content is shared: copying a block costs a count, and whoever changes one that is shared changes a copy.
-/// `Sheet` should model a block table's data sheet: its `Entry` is the member, its `typeName()` the table's.
+/// The content is shared: copying a block costs a count, and whoever changes one that is shared changes a
+/// copy. `Sheet` should model a block table's data sheet: its `Entry` is the member, its `typeName()` the
+/// table's.
 template <class Sheet>
 class EntryBlock : public Asic::EntryBase {
  public:
@@ -36,7 +37,8 @@ class EntryBlock : public Asic::EntryBase {
       return found ? found->entry : Entry();
    }
 
-   /// Puts a member at `position`, which must not be 0xFFFFFFFF: a block that reached so far would have no size.
+   /// Puts a member at `position`, which must not be 0xFFFFFFFF: a block that reached so far would have no
+   /// size.
    void entryIs(Index position, Entry const& entry) {
       if (position == 0xFFFFFFFF) {
          throw Nuv::RangeException("EntryBlock: position 0xFFFFFFFF not allowed");
@@ -91,12 +93,12 @@ class EntryBlock : public Asic::EntryBase {
    }
 
    friend bool operator<(EntryBlock const& a, EntryBlock const& b) {
-      return std::lexicographical_compare(
-            a.members().begin(), a.members().end(), b.members().begin(), b.members().end(),
-            [](Member const& left, Member const& right) {
-               return left.position != right.position ? left.position < right.position
-                                                      : left.entry < right.entry;
-            });
+      return std::lexicographical_compare(a.members().begin(), a.members().end(), b.members().begin(),
+                                          b.members().end(), [](Member const& left, Member const& right) {
+                                             return left.position != right.position
+                                                          ? left.position < right.position
+                                                          : left.entry < right.entry;
+                                          });
    }
 
    /// Has no text of its own.
@@ -105,8 +107,7 @@ class EntryBlock : public Asic::EntryBase {
  private:
    struct Content final : Nuv::Object {
       Content() = default;
-      explicit Content(std::vector<Member> const& from)
-          : members(from) {}
+      explicit Content(std::vector<Member> const& from) : members(from) {}
 
       std::vector<Member> members;
       std::uint32_t hash{};

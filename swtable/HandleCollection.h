@@ -6,8 +6,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// A table's handles by key, in canonical order. It finds handles and owns none: what a table holds of a handle is
-/// a reference of its own, and the key lives in the handle.
+/// A table's handles by key, in canonical order. It finds handles and owns none: what a table holds of a
+/// handle is a reference of its own, and the key lives in the handle.
 ///
 /// `HandleType` should have `key()`; `KeyType` should be a value that hashes itself.
 template <class HandleType, class KeyType>
@@ -18,8 +18,8 @@ class HandleCollection {
       return slot ? Nuv::Ptr<HandleType>(*slot) : Nuv::Ptr<HandleType>();
    }
 
-   /// The handle at `key`, or a new one from `make()`, which the collection finds from now on. A new handle comes
-   /// with the reference that its table holds.
+   /// The handle at `key`, or a new one from `make()`, which the collection finds from now on. A new handle
+   /// comes with the reference that its table holds.
    template <class Make>
    Nuv::Ptr<HandleType> findOrMake(KeyType const& key, Make&& make) {
       auto hash = Traits::hash(key);
@@ -41,8 +41,8 @@ class HandleCollection {
 
    std::size_t size() const { return handles_.size(); }
 
-   /// Calls `visit(handle)` for each handle in turn; it may change the collection in any way. Each handle is held
-   /// while it is visited.
+   /// Calls `visit(handle)` for each handle in turn; it may change the collection in any way. Each handle is
+   /// held while it is visited.
    template <class Visit>
    void forEach(Visit&& visit) const {
       for (auto at = handles_.iterator(); at; ++at) {

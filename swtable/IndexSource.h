@@ -11,19 +11,13 @@ namespace ZandorL3Tunnel {
 /// the key is the index;
 struct KeyIsIndex {};
 
-/// an allocator of the table's own;
+/// or an allocator of type `A`: the table's own, or the chip's, which several tables share.
+template <class A, bool isShared>
+struct AllocatorSource {};
 template <class A>
-struct OwnAllocator {
-   using Allocator = A;
-   static constexpr bool isShared = false;
-};
-
-/// or the chip's allocator of type `A`, which several tables share.
+using OwnAllocator = AllocatorSource<A, false>;
 template <class A>
-struct SharedAllocator {
-   using Allocator = A;
-   static constexpr bool isShared = true;
-};
+using SharedAllocator = AllocatorSource<A, true>;
 
 /// The indices of a table whose keys are indices.
 template <class Source, class Key>
@@ -37,11 +31,10 @@ class IndexSource {
 };
 
 /// The indices of a table that takes them from an allocator.
-template <class Source, class Key>
-   requires requires { Source::isShared; }
-class IndexSource<Source, Key> {
+template <class A, bool isShared, class Key>
+class IndexSource<AllocatorSource<A, isShared>, Key> {
  public:
-   using Allocator = typename Source::Allocator;
+   using Allocator = A;
 
    Nuv::Ptr<Allocator> const& allocator() const { return allocator_; }
 
@@ -69,11 +62,10 @@ class IndexSource<Source, Key> {
    Nuv::Ptr<Allocator> allocator_;
 };
 
-template <class Source, class Key>
-   requires requires { Source::isShared; }
+template <class A, bool isShared, class Key>
 void
-IndexSource<Source, Key>::init(Asic::SwTable const& table) {
-   if constexpr (Source::isShared) {
+IndexSource<AllocatorSource<A, isShared>, Key>::init(Asic::SwTable const& table) {
+   if constexpr (isShared) {
       DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
       allocator_ = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(table);
    } else {
@@ -87,14 +79,13 @@ IndexSource<Source, Key>::init(Asic::SwTable const& table) {
    allocator_->initializedIs(true);
 }
 
-template <class Source, class Key>
-   requires requires { Source::isShared; }
+template <class A, bool isShared, class Key>
 void
-IndexSource<Source, Key>::del(Asic::SwTable const& table) {
+IndexSource<AllocatorSource<A, isShared>, Key>::del(Asic::SwTable const& table) {
    if (!allocator_) {
       return;
    }
-   if constexpr (Source::isShared) {
+   if constexpr (isShared) {
       DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
              "Trying to delete shared allocator for table:", table.tblName());
       Asic::GenericIndexAllocatorStub::freeSharedAllocator<Allocator>(table);
@@ -102,10 +93,9 @@ IndexSource<Source, Key>::del(Asic::SwTable const& table) {
    allocator_ = nullptr;
 }
 
-template <class Source, class Key>
-   requires requires { Source::isShared; }
+template <class A, bool isShared, class Key>
 Asic::Index
-IndexSource<Source, Key>::acquire(Key const& key) {
+IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Key const& key) {
    if (!allocator_) {
       return Asic::invalidIndex;
    }

@@ -6,8 +6,8 @@ namespace ZandorL3Tunnel {
 
 /// A software table with one row for each key: the operations that its users call.
 ///
-/// `T` and `SheetType` as for `TableCore`; the sheet also has the type `Index`, the table's key. `Base` should be one
-/// of the platform's tables.
+/// `T` and `SheetType` as for `TableCore`; the sheet also has the type `Index`, the table's key. `Base`
+/// should be one of the platform's tables.
 template <class T, class SheetType, class Base>
 class KeyedTable : public TableCore<T, SheetType, typename SheetType::Index, Base> {
    using Core = TableCore<T, SheetType, typename SheetType::Index, Base>;
@@ -17,9 +17,9 @@ class KeyedTable : public TableCore<T, SheetType, typename SheetType::Index, Bas
    using typename Core::HandlePtr;
    using Index = typename SheetType::Index;
 
-   /// Writes the entry; it lives as long as somebody holds a handle of it, or as its commit stands. An entry that
-   /// needs entries of other tables waits for them; its old row stays until then. Observers and other tables may be
-   /// called before it returns; the chip answers later.
+   /// Writes the entry; it lives as long as somebody holds a handle of it, or as its commit stands. An entry
+   /// that needs entries of other tables waits for them; its old row stays until then. Observers and other
+   /// tables may be called before it returns; the chip answers later.
    HandlePtr entryRef(Index const& key, Entry const& entry) { return this->accessor().entryRef(key, entry); }
 
    /// Writes the entry to stay until `entryRemove`. A new value passes through `unresolved`.

@@ -19,8 +19,9 @@ class ResolvedEntryNotifiee : public Nuv::Notifiee {
 
 /// What keyed tables and block tables are alike: the handles by key, the util, the index source.
 ///
-/// `T` should be the table's own class, with a static `staticFwkType()`. `SheetType` should be its data sheet: the
-/// static `typeName()` and `hwTableName()`, the types `Entry` and `Source` (one of those in IndexSource.h).
+/// `T` should be the table's own class, with a static `staticFwkType()`. `SheetType` should be its data
+/// sheet: the static `typeName()` and `hwTableName()`, the types `Entry` and `Source` (one of those in
+/// IndexSource.h).
 template <class T, class SheetType, class KeyType, class Base>
 class TableCore : public Base {
  public:
@@ -69,8 +70,7 @@ class TableCore : public Base {
    auto const& indexAllocator() const { return source_.allocator(); }
 
  protected:
-   explicit TableCore(Pelm::String name)
-       : Base(std::move(name)) {}
+   explicit TableCore(Pelm::String name) : Base(std::move(name)) {}
 
    T* self() const { return static_cast<T*>(const_cast<TableCore*>(this)); }
    Accessor accessor() const { return Accessor(self()); }

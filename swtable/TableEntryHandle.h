@@ -7,7 +7,9 @@ namespace ZandorL3Tunnel {
 
 /// The key of `Key` is a block: the handle's own value is its key.
 template <class Key>
-concept BlockKey = requires(Key const& key) { key.members(); };
+concept BlockKey = requires(Key const& key) {
+   key.members();
+};
 
 template <class T>
 class WaitingEntry;
@@ -72,8 +74,7 @@ class WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
    using Accessor = Asic::SwTable::Accessor<T>;
 
    WaitingEntry(Handle& handle, WaitingValue<T, typename T::Key> value)
-       : handle_(&handle)
-       , value_(std::move(value)) {}
+       : handle_(&handle), value_(std::move(value)) {}
 
    WaitingValue<T, typename T::Key> const& value() const { return value_; }
 

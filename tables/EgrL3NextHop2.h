@@ -6,8 +6,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// Egress half of the underlay next hops: the L2 header that the egress stage writes, by the row's index. A next hop
-/// waits for the interface that it names.
+/// Egress half of the underlay next hops: the L2 header that the egress stage writes, by the row's index. A
+/// next hop waits for the interface that it names.
 struct EgrL3NextHop2Sheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::EgrL3NextHop2"; }
    static constexpr char const* hwTableName() { return "EgrL3NextHop2"; }
@@ -17,16 +17,15 @@ struct EgrL3NextHop2Sheet {
 
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       Asic::NeededHandle l3Oif2Handle;
-      U13 l3Oif2;  ///< follows from the handle
+      U13 l3Oif2; ///< follows from the handle
       Fendo::EthAddr dstMacAddress;
       std::uint8_t strengthProfileIndex{};
 
       static constexpr auto fieldList() {
-         return Nuv::fieldList("ZandorL3Tunnel::EgrL3NextHop2::Entry",
-                               Nuv::field("l3Oif2Handle", &Entry::l3Oif2Handle),
-                               Nuv::filledField("l3Oif2", &Entry::l3Oif2),
-                               Nuv::field("dstMacAddress", &Entry::dstMacAddress),
-                               Nuv::field("strengthProfileIndex", &Entry::strengthProfileIndex));
+         return Nuv::fieldList(
+               "ZandorL3Tunnel::EgrL3NextHop2::Entry", Nuv::field("l3Oif2Handle", &Entry::l3Oif2Handle),
+               Nuv::filledField("l3Oif2", &Entry::l3Oif2), Nuv::field("dstMacAddress", &Entry::dstMacAddress),
+               Nuv::field("strengthProfileIndex", &Entry::strengthProfileIndex));
       }
 
       static constexpr auto dependentFields() {
@@ -37,8 +36,7 @@ struct EgrL3NextHop2Sheet {
 
 class EgrL3NextHop2 final : public KeyedTable<EgrL3NextHop2, EgrL3NextHop2Sheet, Asic::SwKnownIndexTable> {
  public:
-   explicit EgrL3NextHop2(Pelm::String name)
-       : KeyedTable(std::move(name)) {}
+   explicit EgrL3NextHop2(Pelm::String name) : KeyedTable(std::move(name)) {}
 
    static Nuv::FwkType staticFwkType();
 };

@@ -14,7 +14,7 @@ struct EgrL3Oif2Sheet {
    using Source = KeyIsIndex;
 
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
-      bool isUnderlayL2HdrTagged{};  ///< whether the header carries `tnlVlanTag`
+      bool isUnderlayL2HdrTagged{}; ///< whether the header carries `tnlVlanTag`
       Fendo::EthAddr srcMacAddress;
       std::uint16_t tnlVlanTag{};
 
@@ -29,8 +29,7 @@ struct EgrL3Oif2Sheet {
 
 class EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Sheet, Asic::SwKnownIndexTable> {
  public:
-   explicit EgrL3Oif2(Pelm::String name)
-       : KeyedTable(std::move(name)) {}
+   explicit EgrL3Oif2(Pelm::String name) : KeyedTable(std::move(name)) {}
 
    static Nuv::FwkType staticFwkType();
 };

@@ -15,7 +15,7 @@ struct IngL3NextHop2TableSheet {
 
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       std::uint16_t destinationId{};
-      std::uint8_t destinationType{};  ///< a `DestinationType`
+      std::uint8_t destinationType{}; ///< a `DestinationType`
       std::uint8_t strengthProfileIndex{};
 
       static constexpr auto fieldList() {
@@ -30,8 +30,7 @@ struct IngL3NextHop2TableSheet {
 class IngL3NextHop2Table final
     : public KeyedTable<IngL3NextHop2Table, IngL3NextHop2TableSheet, Asic::SwKnownIndexTable> {
  public:
-   explicit IngL3NextHop2Table(Pelm::String name)
-       : KeyedTable(std::move(name)) {}
+   explicit IngL3NextHop2Table(Pelm::String name) : KeyedTable(std::move(name)) {}
 
    static Nuv::FwkType staticFwkType();
 };

@@ -5,8 +5,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// ECMP groups of the underlay, by adjacency: each points at the block of members that holds its paths, and waits
-/// for it.
+/// ECMP groups of the underlay, by adjacency: each points at the block of members that holds its paths, and
+/// waits for it.
 struct L3EcmpGroup0TableSheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::L3EcmpGroup0Table"; }
    static constexpr char const* hwTableName() { return "L3EcmpGroup0Table"; }
@@ -16,7 +16,7 @@ struct L3EcmpGroup0TableSheet {
 
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       Asic::NeededHandle ecmpBlockPtrHandle;
-      std::uint16_t ecmpBlockPtr{};  ///< follows from the handle
+      std::uint16_t ecmpBlockPtr{}; ///< follows from the handle
       std::uint32_t lbMode{};
       std::uint16_t numPaths{};
 
@@ -34,11 +34,9 @@ struct L3EcmpGroup0TableSheet {
    };
 };
 
-class L3EcmpGroup0Table final
-    : public KeyedTable<L3EcmpGroup0Table, L3EcmpGroup0TableSheet, Asic::SwTable> {
+class L3EcmpGroup0Table final : public KeyedTable<L3EcmpGroup0Table, L3EcmpGroup0TableSheet, Asic::SwTable> {
  public:
-   explicit L3EcmpGroup0Table(Pelm::String name)
-       : KeyedTable(std::move(name)) {}
+   explicit L3EcmpGroup0Table(Pelm::String name) : KeyedTable(std::move(name)) {}
 
    static Nuv::FwkType staticFwkType();
 };

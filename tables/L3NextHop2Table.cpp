@@ -19,8 +19,7 @@ keyType() {
 
 } // namespace
 
-L3NextHop2Table::L3NextHop2Table()
-    : SwMergedTable(typeName()) {}
+L3NextHop2Table::L3NextHop2Table() : SwMergedTable(typeName()) {}
 
 L3NextHop2Table::~L3NextHop2Table() = default;
 
@@ -121,8 +120,8 @@ L3NextHop2Table::entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ing
    return handle;
 }
 
-// Rows that somebody else keeps at the index do not make a fresh key's pair complete, so the key itself must hold or
-// wait for one.
+// Rows that somebody else keeps at the index do not make a fresh key's pair complete, so the key itself must
+// hold or wait for one.
 bool
 L3NextHop2Table::isInPlace(EntryHandle const& handle, Asic::Index index,
                            IngL3NextHop2Table::Entry const& ingEntry,

@@ -11,8 +11,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// Underlay next hops: one key takes the same index in the ingress and in the egress next-hop table. It has the index
-/// from its first write until both member tables have let go of it.
+/// Underlay next hops: one key takes the same index in the ingress and in the egress next-hop table. It has
+/// the index from its first write until both member tables have let go of it.
 class L3NextHop2Table final : public Asic::SwMergedTable {
  public:
    class EntryHandle;
@@ -31,9 +31,9 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 
-   /// Writes both halves of the next hop at the key's index. A pair that is in place already is left as it is. Without
-   /// a free index the handle is `failed` and nothing is written. With `needsExplicitRemove` the entry stays until
-   /// `entryRemove`, else as long as somebody holds the handle.
+   /// Writes both halves of the next hop at the key's index. A pair that is in place already is left as it
+   /// is. Without a free index the handle is `failed` and nothing is written. With `needsExplicitRemove` the
+   /// entry stays until `entryRemove`, else as long as somebody holds the handle.
    HandlePtr entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
                         EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType);
 
@@ -133,8 +133,7 @@ class L3NextHop2Table::EntryHandle final : public Asic::SwTable::EntryHandle {
 /// A pair that waits for its halves.
 class L3NextHop2Table::UnresolvedMergedEntry final : public Asic::SwMergedTable::UnresolvedMergedEntry {
  public:
-   explicit UnresolvedMergedEntry(EntryHandle& handle)
-       : handle_(&handle) {}
+   explicit UnresolvedMergedEntry(EntryHandle& handle) : handle_(&handle) {}
 
    /// Begins to wait for the pair, which must be whole. Resolves at once as far as it can.
    void initUnresolvedMergedEntry(MergedEntry const& entry);
@@ -159,8 +158,7 @@ class L3NextHop2Table::IndexDeallocatorSm {
 
  private:
    struct MemberTableSm final : ResolvedEntryNotifiee<Asic::Index> {
-      explicit MemberTableSm(IndexDeallocatorSm& owner)
-          : owner_(owner) {}
+      explicit MemberTableSm(IndexDeallocatorSm& owner) : owner_(owner) {}
       void handleResolvedEntry(Asic::Index const& index) override { owner_.handleResolvedEntry(index); }
 
       IndexDeallocatorSm& owner_;

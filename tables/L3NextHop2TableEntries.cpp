@@ -20,8 +20,7 @@ L3NextHop2Table::MergedEntry::mergedEntryHandleIs(HandlePtr const& handle) {
 }
 
 L3NextHop2Table::EntryHandle::EntryHandle(Key const& key, L3NextHop2Table* table)
-    : SwTable::EntryHandle(table)
-    , key_(key) {}
+    : SwTable::EntryHandle(table), key_(key) {}
 
 L3NextHop2Table::EntryHandle::~EntryHandle() = default;
 
@@ -92,9 +91,7 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
 }
 
 L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
-    : table_(table)
-    , ingSm_(*this)
-    , egrSm_(*this) {
+    : table_(table), ingSm_(*this), egrSm_(*this) {
    table.ingL3NextHop2Table_->resolvedEntryNotifiees().notifieeIs(ingSm_);
    table.egrL3NextHop2_->resolvedEntryNotifiees().notifieeIs(egrSm_);
 }

@@ -15,7 +15,7 @@ struct L3UnderlayEcmpMember1TableSheet {
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       Asic::NeededHandle underlayEcmpNextHopIndexHandle;
       std::uint8_t strengthProfile{};
-      std::uint32_t underlayEcmpNextHopIndex{};  ///< follows from the handle
+      std::uint32_t underlayEcmpNextHopIndex{}; ///< follows from the handle
 
       static constexpr auto fieldList() {
          return Nuv::fieldList(
@@ -35,8 +35,7 @@ struct L3UnderlayEcmpMember1TableSheet {
 class L3UnderlayEcmpMember1Table final
     : public BlockTable<L3UnderlayEcmpMember1Table, L3UnderlayEcmpMember1TableSheet> {
  public:
-   L3UnderlayEcmpMember1Table()
-       : BlockTable(typeName()) {}
+   L3UnderlayEcmpMember1Table() : BlockTable(typeName()) {}
 
    static Nuv::FwkType staticFwkType();
 };

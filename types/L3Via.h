@@ -5,8 +5,8 @@
 
 namespace ZandorL3Tunnel {
 
-/// The vias of one tunnel destination: a set, each with a number that is kept for its owner. Equal sets iterate in
-/// one order, however they were filled.
+/// The vias of one tunnel destination: a set, each with a number that is kept for its owner. Equal sets
+/// iterate in one order, however they were filled.
 class L3Via final : public Nuv::Object {
  public:
    using ViaMap = Nuv::HashMap<L3ViaEntry, std::uint32_t>;

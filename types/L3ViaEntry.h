@@ -16,8 +16,7 @@ struct L3ViaEntry : Nuv::Record<L3ViaEntry> {
    ZandorCentral::VirtualPort l2If;
 
    static constexpr auto fieldList() {
-      return Nuv::fieldList("ZandorL3Tunnel::L3ViaEntry",
-                            Nuv::field("nhEntryType", &L3ViaEntry::nhEntryType),
+      return Nuv::fieldList("ZandorL3Tunnel::L3ViaEntry", Nuv::field("nhEntryType", &L3ViaEntry::nhEntryType),
                             Nuv::field("macAddr", &L3ViaEntry::macAddr),
                             Nuv::field("l3Id", &L3ViaEntry::l3Id), Nuv::field("l2If", &L3ViaEntry::l2If));
    }

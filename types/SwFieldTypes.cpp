@@ -10,8 +10,7 @@ Nuv::Module const module("SwFieldTypes");
 
 } // namespace
 
-U13::U13(std::uint32_t value)
-    : value_(std::uint16_t(value)) {
+U13::U13(std::uint32_t value) : value_(std::uint16_t(value)) {
    if (value > max) {
       throw Nuv::RangeException("U13::value < 0 or > 0x1fff not allowed");
    }

@@ -47,8 +47,7 @@ Table::chipGone() {
    abandon();
 }
 
-Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes)
-    : loop_(loop) {
+Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes) : loop_(loop) {
    chipInfo_.sharedAllocators = Nuv::make<Asic::SharedAllocators>();
    for (auto const* layout : layouts) {
       auto size = sizes.find(layout->table);

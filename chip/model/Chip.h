@@ -41,8 +41,8 @@ class Table final : public Asic::HwTable {
    Asic::Index rowsPresent_{};
 };
 
-/// A chip in memory. Commands of all its tables go through one queue, in the order of issue; each is applied by a
-/// reaction of its own and answered by a later one.
+/// A chip in memory. Commands of all its tables go through one queue, in the order of issue; each is applied
+/// by a reaction of its own and answered by a later one.
 class Chip final : public Nuv::Object {
  public:
    /// Rows of each table by name; a table that is not named has its default number.
@@ -77,9 +77,7 @@ class Chip final : public Nuv::Object {
 
    class Step final : public Nuv::Reaction {
     public:
-      Step(Chip& chip, void (Chip::*run)())
-          : chip_(chip)
-          , run_(run) {}
+      Step(Chip& chip, void (Chip::*run)()) : chip_(chip), run_(run) {}
 
     private:
       void react() override { (chip_.*run_)(); }

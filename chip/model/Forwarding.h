@@ -15,8 +15,8 @@ struct InterfaceRow {
    Fendo::EthAddr srcMac;
 };
 
-/// What a member row leads to: a next hop's two rows at one index, and the interface that the egress one names.
-/// Without an interface the next hop goes to the CPU or nowhere.
+/// What a member row leads to: a next hop's two rows at one index, and the interface that the egress one
+/// names. Without an interface the next hop goes to the CPU or nowhere.
 struct HopRows {
    Asic::Index member{};
    Asic::Index nextHop{};
@@ -36,11 +36,12 @@ struct GroupRows {
    Pelm::String problem;
 };
 
-/// Follows the chip's own rows from the group row at `group` to every interface row: what forwarding would use, and
-/// nothing else.
+/// Follows the chip's own rows from the group row at `group` to every interface row: what forwarding would
+/// use, and nothing else.
 GroupRows followGroup(Chip const& chip, Asic::Index group);
 
-/// Every row of the chip that points at one that is not there, as a line of text each; empty when there is none.
+/// Every row of the chip that points at one that is not there, as a line of text each; empty when there is
+/// none.
 std::vector<Pelm::String> danglingRows(Chip const& chip);
 
 } // namespace ModelChip

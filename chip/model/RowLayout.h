@@ -47,8 +47,8 @@ struct BitField {
 
 /// What the bits of a hardware table's rows mean.
 struct RowLayout {
-   char const* table;   ///< the hardware table's name
-   char const* name;    ///< the layout's own name, by which its util is found
+   char const* table; ///< the hardware table's name
+   char const* name;  ///< the layout's own name, by which its util is found
    unsigned wordsPerRow;
    unsigned defaultRows;
    std::span<BitField const> fields;

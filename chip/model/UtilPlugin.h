@@ -5,8 +5,8 @@
 
 namespace ModelChip {
 
-/// Offers `U` as the util of table type `T` for the model chip's rows of `layout`: the one static object that a
-/// plug-in has.
+/// Offers `U` as the util of table type `T` for the model chip's rows of `layout`: the one static object that
+/// a plug-in has.
 template <class T, class U>
 class UtilPlugin {
  public:

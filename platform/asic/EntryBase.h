@@ -22,7 +22,8 @@ struct DependentField {
    NeededHandle Entry::*handle;
    M Entry::*index;
 
-   /// Fills the index field from the handle; false, with nothing changed, when the index does not fit the field.
+   /// Fills the index field from the handle; false, with nothing changed, when the index does not fit the
+   /// field.
    bool fill(Entry& entry) const {
       auto const& needed = entry.*handle;
       if (!needed) {
@@ -45,7 +46,9 @@ dependentField(NeededHandle Entry::*handle, M Entry::*index) {
 
 /// An entry that names entries of other tables lists the fields that depend on them in `dependentFields()`.
 template <class Entry>
-concept HasDependentFields = requires { Entry::dependentFields(); };
+concept HasDependentFields = requires {
+   Entry::dependentFields();
+};
 
 /// Calls `visit(handle)` for each handle of `entry` that is set.
 template <class Entry, class Visit>

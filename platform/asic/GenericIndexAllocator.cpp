@@ -4,16 +4,13 @@
 
 namespace Asic {
 
-GenericIndexAllocator::GenericIndexAllocator(Pelm::String name)
-    : name_(std::move(name)) {}
+GenericIndexAllocator::GenericIndexAllocator(Pelm::String name) : name_(std::move(name)) {}
 
 GenericIndexAllocator::~GenericIndexAllocator() = default;
 
 GenericIndexAllocator::Holder::Holder(Nuv::NuvType const& type, void const* value, Index theBase,
                                       Index theLength)
-    : key{&type, type.copy(value)}
-    , base(theBase)
-    , length(theLength) {}
+    : key{&type, type.copy(value)}, base(theBase), length(theLength) {}
 
 GenericIndexAllocator::Holder::~Holder() {
    key.type->destroy(const_cast<void*>(key.value));

@@ -10,8 +10,8 @@
 
 namespace Asic {
 
-/// Gives out hardware indices by key. Keys are values of any type that has a descriptor: the allocator keeps its own
-/// copy. A key holds what it was given until it is released.
+/// Gives out hardware indices by key. Keys are values of any type that has a descriptor: the allocator keeps
+/// its own copy. A key holds what it was given until it is released.
 class GenericIndexAllocator : public Nuv::Object {
  public:
    /// A key as it is passed in and handed back: its type and its place.

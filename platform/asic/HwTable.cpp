@@ -12,18 +12,16 @@ constexpr Index rowsPerChunk = 256;
 
 } // namespace
 
-// Rows come in chunks, made when one of their rows is first written: a large table that is used little stays small.
+// Rows come in chunks, made when one of their rows is first written: a large table that is used little stays
+// small.
 struct HwTable::Chunk {
-   explicit Chunk(unsigned wordsPerRow)
-       : words(rowsPerChunk * wordsPerRow) {}
+   explicit Chunk(unsigned wordsPerRow) : words(rowsPerChunk * wordsPerRow) {}
 
    Row rows[rowsPerChunk];
    std::vector<std::uint32_t> words;
 };
 
-HwTable::HwTable(Shape shape, Nuv::ReactionLoop& loop)
-    : shape_(std::move(shape))
-    , loop_(loop) {
+HwTable::HwTable(Shape shape, Nuv::ReactionLoop& loop) : shape_(std::move(shape)), loop_(loop) {
    NUV_ASSERT(shape_.wordsPerRow >= 1 && shape_.wordsPerRow <= maxWords, shape_.name);
    chunks_.resize((shape_.numEntries + rowsPerChunk - 1) / rowsPerChunk);
 }
@@ -118,7 +116,8 @@ HwTable::answered(Command command) {
    auto table = std::move(entry->table);
    auto hold = std::move(entry->hold);
    entry->isAnswered = true;
-   // Rows are applied in the order of issue, so the answer of a later command speaks for the earlier ones too.
+   // Rows are applied in the order of issue, so the answer of a later command speaks for the earlier ones
+   // too.
    if (command > at.confirmed) {
       at.confirmed = command;
       std::swap(at.hold, hold);

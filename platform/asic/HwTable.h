@@ -10,20 +10,20 @@
 
 namespace Asic {
 
-/// One hardware table of a chip: rows of fixed words, written and cleared by queued commands whose answers come
-/// later, through the reaction loop.
+/// One hardware table of a chip: rows of fixed words, written and cleared by queued commands whose answers
+/// come later, through the reaction loop.
 ///
 /// It issues only what differs from the row last issued; an equal write is answered with success, behind an
-/// unanswered equal one with that one's answer. What the row in force needs is held until the chip has confirmed
-/// its successor or its removal, and what an issued row needs from the moment of issue, so nothing that a row
-/// points at ends while the row can still be used.
+/// unanswered equal one with that one's answer. What the row in force needs is held until the chip has
+/// confirmed its successor or its removal, and what an issued row needs from the moment of issue, so nothing
+/// that a row points at ends while the row can still be used.
 class HwTable : public Nuv::Object, private Nuv::Reaction {
  public:
    static constexpr unsigned maxWords = 8;
 
    struct Shape {
-      Pelm::String name;    ///< the table's name on its chip
-      Pelm::String layout;  ///< what the rows' bits mean: the util that serves the table knows this name
+      Pelm::String name;   ///< the table's name on its chip
+      Pelm::String layout; ///< what the rows' bits mean: the util that serves the table knows this name
       Index minIndex{};
       Index numEntries{};
       unsigned wordsPerRow{};
@@ -38,12 +38,12 @@ class HwTable : public Nuv::Object, private Nuv::Reaction {
    Index maxIndex() const { return shape_.minIndex + shape_.numEntries - 1; }
    bool contains(Index index) const { return index - shape_.minIndex < shape_.numEntries; }
 
-   /// Writes the row at `index`, which the table must contain, for the entry of `owner`. The owner's table hears the
-   /// answer, unless a later command for that row came first; it lives until then.
+   /// Writes the row at `index`, which the table must contain, for the entry of `owner`. The owner's table
+   /// hears the answer, unless a later command for that row came first; it lives until then.
    void rowIs(Index index, std::span<std::uint32_t const> words, SwTable::EntryHandle& owner, Hold hold);
 
-   /// Clears the row at `index`, if `owner` wrote it last: whoever wrote it since keeps it. `table` lives until the
-   /// chip has answered; the owner itself may end at once.
+   /// Clears the row at `index`, if `owner` wrote it last: whoever wrote it since keeps it. `table` lives
+   /// until the chip has answered; the owner itself may end at once.
    void rowDel(Index index, SwTable::EntryHandle const& owner, SwTable* table);
 
    /// Commands issued to the chip so far.

@@ -8,8 +8,8 @@ namespace Asic {
 
 class SwTable;
 
-/// The allocators of one chip that several tables share, one for each type of allocator. An allocator lives here
-/// while at least one table shares it.
+/// The allocators of one chip that several tables share, one for each type of allocator. An allocator lives
+/// here while at least one table shares it.
 class SharedAllocators : public Nuv::Object {
  public:
    using Make = Nuv::Ptr<GenericIndexAllocator> (*)();

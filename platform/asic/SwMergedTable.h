@@ -4,7 +4,8 @@
 
 namespace Asic {
 
-/// A software table whose entries are made of one entry in each of several member tables. It writes no rows itself.
+/// A software table whose entries are made of one entry in each of several member tables. It writes no rows
+/// itself.
 class SwMergedTable : public SwTable {
  public:
    class UnresolvedMergedEntry;
@@ -24,8 +25,8 @@ class SwMergedTable::UnresolvedMergedEntry : public SwTable::UnresolvedEntry {
       return member.entryState() != success();
    }
 
-   /// A member changed: its failure is passed on; its success is not, but takes it off the list. Then, once every
-   /// member that is still waited for has its row's index, `doResolve` runs.
+   /// A member changed: its failure is passed on; its success is not, but takes it off the list. Then, once
+   /// every member that is still waited for has its row's index, `doResolve` runs.
    void handleNeededEntry(NeededEntryHandleSm&) override;
 
    /// Whether a member that is still waited for has no index.

@@ -4,8 +4,7 @@
 
 namespace Asic {
 
-SwTable::SwTable(Pelm::String name)
-    : SwTableBase(std::move(name)) {}
+SwTable::SwTable(Pelm::String name) : SwTableBase(std::move(name)) {}
 
 SwTable::~SwTable() = default;
 
@@ -45,8 +44,7 @@ SwTable::writeResponseSmDel() {
    writeResponseSm_ = nullptr;
 }
 
-SwTable::EntryHandle::EntryHandle(SwTable* table)
-    : swTable_(table) {}
+SwTable::EntryHandle::EntryHandle(SwTable* table) : swTable_(table) {}
 
 void
 SwTable::EntryHandle::entryTypeIs(EntryType type) {

@@ -22,11 +22,13 @@ class SwTable : public SwTableBase {
    template <class T>
    class Accessor;
 
-   /// Ties the table to the hardware table of `unit` that it finds in `entityManager`. Ends with `doInitComplete`.
-   /// A table without a hardware table, or without a util for the chip's rows, works without writing rows.
+   /// Ties the table to the hardware table of `unit` that it finds in `entityManager`. Ends with
+   /// `doInitComplete`. A table without a hardware table, or without a util for the chip's rows, works
+   /// without writing rows.
    void doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo);
 
-   /// Takes the table down: its rows are cleared, its handles stay valid and inert. A second call does nothing.
+   /// Takes the table down: its rows are cleared, its handles stay valid and inert. A second call does
+   /// nothing.
    virtual void cleanup() = 0;
 
    /// Number of rows; without a hardware table as many as an index can name.
@@ -73,8 +75,8 @@ class SwBlockTable : public SwTable {
 
 /// The handle of one entry of a software table.
 ///
-/// A handle that its table holds (`unset`, `committed`, `inDeletion`) points back at the table plainly; one that
-/// only its users hold (`referenceOnly`) keeps the table alive.
+/// A handle that its table holds (`unset`, `committed`, `inDeletion`) points back at the table plainly; one
+/// that only its users hold (`referenceOnly`) keeps the table alive.
 class SwTable::EntryHandle : public SwTableBase::EntryHandle {
  public:
    enum class EntryType : std::uint8_t { unset = 0, referenceOnly = 1, committed = 2, inDeletion = 3 };
@@ -101,8 +103,8 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
    /// Whether the table wants the handle's value in hardware.
    bool isResolved() const { return tableBytes_.isResolved; }
 
-   /// Counts, modulo 256, the writes and removals of the entry: who announces compares it before and after, and
-   /// stops where somebody else was faster.
+   /// Counts, modulo 256, the writes and removals of the entry: who announces compares it before and after,
+   /// and stops where somebody else was faster.
    std::uint8_t writes() const { return tableBytes_.writes; }
 
  protected:

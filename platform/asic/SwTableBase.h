@@ -34,8 +34,7 @@ class SwTableBase : public Nuv::Object {
    static Index getHwIndexForDependentField(Nuv::Ptr<EntryHandle const> const& handle);
 
  protected:
-   explicit SwTableBase(Pelm::String name)
-       : name_(std::move(name)) {}
+   explicit SwTableBase(Pelm::String name) : name_(std::move(name)) {}
 
  private:
    Pelm::String name_;
@@ -45,8 +44,8 @@ void appendText(Pelm::String& out, SwTableBase::EntryState);
 
 /// The counted handle of one entry: what users hold, and where they see how far the entry has come.
 ///
-/// A mutator that changes a value tells the handle's own reaction first, then the observers in the order of their
-/// registration, and only then returns; one that changes nothing tells nobody.
+/// A mutator that changes a value tells the handle's own reaction first, then the observers in the order of
+/// their registration, and only then returns; one that changes nothing tells nobody.
 class SwTableBase::EntryHandle : public Nuv::Object {
  public:
    /// Observer of one handle. It may do anything: leave, bring or end observers, change or drop the handle.

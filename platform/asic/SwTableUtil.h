@@ -6,7 +6,8 @@
 
 namespace Asic {
 
-/// What knows how a table's entries lie in the rows of a chip's hardware table. Supplied by a plug-in of the chip.
+/// What knows how a table's entries lie in the rows of a chip's hardware table. Supplied by a plug-in of the
+/// chip.
 class SwTable::Util : public Nuv::Object {
  public:
    HwTable& hwTable() const { return *hwTable_; }
@@ -23,8 +24,7 @@ class SwTable::Util : public Nuv::Object {
    virtual bool isExclusivelyOwnedTable() const { return true; }
 
  protected:
-   explicit Util(Nuv::Ptr<HwTable> const& table)
-       : hwTable_(table) {}
+   explicit Util(Nuv::Ptr<HwTable> const& table) : hwTable_(table) {}
 
  private:
    Nuv::Ptr<HwTable> hwTable_;
@@ -44,8 +44,6 @@ class SwTable::EntryUtil : public SwTable::Util {
       rowOf(entry, row);
       hwTable().rowIs(index, row, owner, std::move(hold));
    }
-
-
 
  protected:
    using Util::Util;

@@ -5,11 +5,9 @@ namespace Asic {
 SwTable::UnresolvedEntry::UnresolvedEntry() = default;
 SwTable::UnresolvedEntry::~UnresolvedEntry() = default;
 
-SwTable::UnresolvedEntry::NeededEntryHandleSm::NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle,
-                                                                   std::size_t position)
-    : owner_(owner)
-    , handle_(std::move(handle))
-    , position_(position) {
+SwTable::UnresolvedEntry::NeededEntryHandleSm::NeededEntryHandleSm(UnresolvedEntry& owner,
+                                                                   NeededHandle handle, std::size_t position)
+    : owner_(owner), handle_(std::move(handle)), position_(position) {
    handle_->notifieeIs(*this);
 }
 

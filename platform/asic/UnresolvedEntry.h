@@ -32,8 +32,8 @@ class SwTable::UnresolvedEntry : public Nuv::Object {
    /// Whether the entry of `handle` must still be waited for. A failed one must.
    virtual bool isNeeded(SwTableBase::EntryHandle const& handle) const = 0;
 
-   /// A needed entry changed. By default: a failed one marks this one failed; the last one that is no longer needed
-   /// resolves it; one that recovers takes the mark away when it was the only failed one.
+   /// A needed entry changed. By default: a failed one marks this one failed; the last one that is no longer
+   /// needed resolves it; one that recovers takes the mark away when it was the only failed one.
    virtual void handleNeededEntry(NeededEntryHandleSm&);
 
    /// Whether one of the needed entries has failed.

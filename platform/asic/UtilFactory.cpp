@@ -21,9 +21,7 @@ registry() {
 } // namespace
 
 UtilFactory::UtilFactory(Pelm::String tableType, Pelm::String layout, Make make)
-    : tableType_(std::move(tableType))
-    , layout_(std::move(layout))
-    , make_(std::move(make)) {
+    : tableType_(std::move(tableType)), layout_(std::move(layout)), make_(std::move(make)) {
    std::lock_guard lock(registry().mutex);
    registry().factories.push_back(this);
 }

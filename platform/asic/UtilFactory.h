@@ -6,8 +6,8 @@
 
 namespace Asic {
 
-/// How a chip's plug-in offers its util for one type of table. Registered from construction to destruction, so a
-/// plug-in needs just one of them as a static object.
+/// How a chip's plug-in offers its util for one type of table. Registered from construction to destruction,
+/// so a plug-in needs just one of them as a static object.
 class UtilFactory {
  public:
    /// `make` is given a hardware table whose rows have the layout `layout`.
@@ -18,8 +18,8 @@ class UtilFactory {
    UtilFactory(UtilFactory const&) = delete;
    UtilFactory& operator=(UtilFactory const&) = delete;
 
-   /// A util for `table` on behalf of a software table of type `tableType`; null when no plug-in that is loaded
-   /// knows the rows' layout.
+   /// A util for `table` on behalf of a software table of type `tableType`; null when no plug-in that is
+   /// loaded knows the rows' layout.
    static Nuv::Ptr<SwTable::Util> utilFor(Pelm::StringView tableType, Nuv::Ptr<HwTable> const& table);
 
  private:

@@ -6,11 +6,11 @@ namespace Asic {
 
 class SwTable;
 
-/// The reaction through which the chip's answers reach the entries of a table. A table without one hears none.
+/// The reaction through which the chip's answers reach the entries of a table. A table without one hears
+/// none.
 class WriteResponseSm : public Nuv::Object {
  public:
-   explicit WriteResponseSm(SwTable* table)
-       : swTable_(table) {}
+   explicit WriteResponseSm(SwTable* table) : swTable_(table) {}
 
    SwTable* swTable() const { return swTable_; }
 

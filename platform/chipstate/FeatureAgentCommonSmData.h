@@ -18,8 +18,7 @@ struct LogicalModInfo {
 /// A chip's state that all feature agents share.
 class FeatureAgentCommonSmData : public Nuv::Object {
  public:
-   explicit FeatureAgentCommonSmData(Asic::UnitId unit)
-       : unit_(unit) {}
+   explicit FeatureAgentCommonSmData(Asic::UnitId unit) : unit_(unit) {}
 
    Asic::UnitId unit() const { return unit_; }
 

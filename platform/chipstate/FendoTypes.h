@@ -9,7 +9,8 @@
 
 namespace Fendo {
 
-/// Ethernet address, in transmission order; ordered as its bytes are. Prints as lower-case, colon-separated hex.
+/// Ethernet address, in transmission order; ordered as its bytes are. Prints as lower-case, colon-separated
+/// hex.
 struct EthAddr {
    std::array<std::uint8_t, 6> bytes{};
 

@@ -22,9 +22,7 @@ struct VirtualPort {
       return accumulator.result();
    }
    friend auto operator<=>(VirtualPort const&, VirtualPort const&) = default;
-   friend void appendText(Pelm::String& out, VirtualPort port) {
-      Nuv::appendText(out, unsigned(port.value));
-   }
+   friend void appendText(Pelm::String& out, VirtualPort port) { Nuv::appendText(out, unsigned(port.value)); }
 };
 
 } // namespace ZandorCentral

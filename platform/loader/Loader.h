@@ -23,9 +23,9 @@ class LoaderBase {
    LoaderBase(LoaderBase const&) = delete;
    LoaderBase& operator=(LoaderBase const&) = delete;
 
-   /// Loads every shared object of the folder `directory` beneath each folder of the search path, in the order of
-   /// their names. Something missing or broken stops nothing: it is written to standard error, kept in
-   /// `failures`, and the rest is loaded. Returns the number loaded.
+   /// Loads every shared object of the folder `directory` beneath each folder of the search path, in the
+   /// order of their names. Something missing or broken stops nothing: it is written to standard error, kept
+   /// in `failures`, and the rest is loaded. Returns the number loaded.
    unsigned loadPlugins(Pelm::String const& directory, Pelm::String const& category);
 
    std::vector<LoadFailure> const& failures() const { return failures_; }

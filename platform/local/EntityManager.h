@@ -10,15 +10,14 @@ namespace Local {
 /// expects, then looks it up.
 class EntityManager : public Nuv::Object {
  public:
-   void entityIs(Pelm::String const& path, Pelm::String const& typeName,
-                 Nuv::Ptr<Nuv::Object> const& entity);
+   void entityIs(Pelm::String const& path, Pelm::String const& typeName, Nuv::Ptr<Nuv::Object> const& entity);
    void entityDel(Pelm::String const& path);
 
    /// Makes the entity at `path` visible here as a `typeName`. Says again what was said: changes nothing.
    void doMount(Pelm::String const& path, Pelm::String const& typeName) const;
 
-   /// The mounted entity; null when the path is not mounted, holds nothing, or holds another type than the mount
-   /// expects.
+   /// The mounted entity; null when the path is not mounted, holds nothing, or holds another type than the
+   /// mount expects.
    Nuv::Ptr<Nuv::Object> getEntity(Pelm::String const& path) const;
 
  private:

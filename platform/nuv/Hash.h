@@ -19,7 +19,10 @@ std::uint32_t hashSeed();
 bool hashSeedIs(std::uint32_t seed);
 
 /// The seed that hash collections start from.
-inline std::uint32_t collectionHashSeed() { return hashSeed() ^ 0x1e7eda4a; }
+inline std::uint32_t
+collectionHashSeed() {
+   return hashSeed() ^ 0x1e7eda4a;
+}
 
 /// Mixes values into one 32-bit hash: a seed, any number of `mix...`, one `result`.
 ///
@@ -27,8 +30,7 @@ inline std::uint32_t collectionHashSeed() { return hashSeed() ^ 0x1e7eda4a; }
 /// pseudorandom number generators", OOPSLA 2014), a bijection of the state for every value mixed in.
 class HashAccumulator {
  public:
-   explicit constexpr HashAccumulator(std::uint32_t seed)
-       : state_(seed + 0x9e3779b97f4a7c15ull) {}
+   explicit constexpr HashAccumulator(std::uint32_t seed) : state_(seed + 0x9e3779b97f4a7c15ull) {}
 
    constexpr void mix32(std::uint32_t value) { mix64(value); }
 
@@ -68,15 +70,17 @@ concept SelfHashing = requires(T const& value, unsigned seed) {
 };
 
 template <class T>
-   requires std::integral<T> || std::is_enum_v<T>
-constexpr std::uint32_t hashOf(T value, std::uint32_t seed) {
+requires std::integral<T> || std::is_enum_v<T>
+constexpr std::uint32_t
+hashOf(T value, std::uint32_t seed) {
    HashAccumulator accumulator(seed);
    accumulator.mix64(static_cast<std::uint64_t>(value));
    return accumulator.result();
 }
 
 template <SelfHashing T>
-std::uint32_t hashOf(T const& value, std::uint32_t seed) {
+std::uint32_t
+hashOf(T const& value, std::uint32_t seed) {
    return value.hash(seed);
 }
 

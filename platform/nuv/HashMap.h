@@ -16,9 +16,7 @@ namespace Nuv {
 template <class K, class V>
 class HashMapEntry {
  public:
-   HashMapEntry(K key, V value)
-       : key_(std::move(key))
-       , value_(std::move(value)) {}
+   HashMapEntry(K key, V value) : key_(std::move(key)), value_(std::move(value)) {}
 
    HashMapEntry(HashMapEntry const&) = default;
    HashMapEntry(HashMapEntry&&) = default;
@@ -134,9 +132,7 @@ class HashMap {
    auto begin() const { return table_.begin(); }
    auto end() const { return table_.end(); }
 
-   friend bool operator==(HashMap const& left, HashMap const& right) {
-      return left.table_ == right.table_;
-   }
+   friend bool operator==(HashMap const& left, HashMap const& right) { return left.table_ == right.table_; }
 
  private:
    Table table_;

@@ -46,8 +46,7 @@ class HashTable {
 
    // Copying and comparing are not constrained, as a slot may hold a table of its own type, which is not
    // complete yet when a constraint would be checked.
-   HashTable(HashTable const& other)
-       : HashTable() {
+   HashTable(HashTable const& other) : HashTable() {
       if (other.store_.size == 0) {
          return;
       }
@@ -415,10 +414,7 @@ class HashTable<Traits>::Position {
    friend class HashTable;
 
    Position(Storage const& store, std::uint32_t at)
-       : slots_(store.slots)
-       , hashes_(store.hashes)
-       , at_(at)
-       , capacity_(store.capacity) {}
+       : slots_(store.slots), hashes_(store.hashes), at_(at), capacity_(store.capacity) {}
 
    pointer slots_ = nullptr;
    std::uint32_t const* hashes_ = nullptr;
@@ -440,11 +436,7 @@ class HashTable<Traits>::Cursor {
    using Table = std::conditional_t<isConst, HashTable const, HashTable>;
    using Element = std::conditional_t<isConst, Slot const, Slot>;
 
-   explicit Cursor(Table& table)
-       : table_(&table)
-       , changes_(table.changes_) {
-      arriveAt(table.nextTaken(0));
-   }
+   explicit Cursor(Table& table) : table_(&table), changes_(table.changes_) { arriveAt(table.nextTaken(0)); }
 
    /// Whether there is an element to read.
    explicit operator bool() const {

@@ -21,8 +21,7 @@ registry() {
 
 } // namespace
 
-Module::Module(Pelm::String name)
-    : name_(std::move(name)) {
+Module::Module(Pelm::String name) : name_(std::move(name)) {
    std::lock_guard lock(registry().mutex);
    registry().modules.push_back(this);
 }

@@ -81,10 +81,7 @@ NotifieeListBase::releaseIfIdle(Notifiee::Body* body) {
 }
 
 NotifieeListBase::Walk::Walk(NotifieeListBase& list)
-    : body_(list.body_)
-    , at_(body_->first)
-    , last_(body_->number)
-    , outer_(body_->walks) {
+    : body_(list.body_), at_(body_->first), last_(body_->number), outer_(body_->walks) {
    body_->walks = this;
 }
 

@@ -31,10 +31,11 @@ class Notifiee {
    std::uint64_t number_{};
 };
 
-/// The observers of one object, in the order in which they registered. Without observers it is a null pointer.
+/// The observers of one object, in the order in which they registered. Without observers it is a null
+/// pointer.
 ///
-/// While it announces, observers may come, go, or destroy the list itself: who left hears nothing more, who came
-/// meanwhile hears the next change.
+/// While it announces, observers may come, go, or destroy the list itself: who left hears nothing more, who
+/// came meanwhile hears the next change.
 class NotifieeListBase {
  public:
    NotifieeListBase() = default;
@@ -79,8 +80,8 @@ class NotifieeList : public NotifieeListBase {
    /// Registers `notifiee`, which must be in no list, at the end.
    void notifieeIs(N& notifiee) { add(notifiee); }
 
-   /// Calls `tell(N&)` for every observer. An exception stops nobody; the first one is rethrown at the end, when
-   /// the list may be gone.
+   /// Calls `tell(N&)` for every observer. An exception stops nobody; the first one is rethrown at the end,
+   /// when the list may be gone.
    template <class Tell>
    void announce(Tell&& tell) {
       if (empty()) {

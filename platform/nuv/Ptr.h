@@ -11,8 +11,9 @@ namespace Nuv {
 
 /// Base of everything that is held through `Nuv::Ptr`: one 32-bit word of 29 count bits and 3 flags.
 ///
-/// When the last reference goes, `onZeroReferences` runs once; the object is deleted afterwards unless somebody
-/// holds it again by then. References taken and given back while it runs do not start it a second time.
+/// When the last reference goes, `onZeroReferences` runs once; the object is deleted afterwards unless
+/// somebody holds it again by then. References taken and given back while it runs do not start it a second
+/// time.
 class Object {
  public:
    Object(Object const&) = delete;
@@ -68,6 +69,9 @@ Object::referenceDel() const {
    }
 }
 
+template <class U, class T>
+concept PointsTo = std::convertible_to<U*, T*>;
+
 /// Counted pointer.
 template <class T>
 class Ptr {
@@ -75,30 +79,19 @@ class Ptr {
    constexpr Ptr() = default;
    constexpr Ptr(std::nullptr_t) {}
 
-   Ptr(T* object)
-       : object_(object) {
+   Ptr(T* object) : object_(object) { add(); }
+
+   Ptr(Ptr const& other) : object_(other.object_) { add(); }
+
+   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+
+   template <PointsTo<T> U>
+   Ptr(Ptr<U> const& other) : object_(other.get()) {
       add();
    }
 
-   Ptr(Ptr const& other)
-       : object_(other.object_) {
-      add();
-   }
-
-   Ptr(Ptr&& other) noexcept
-       : object_(std::exchange(other.object_, nullptr)) {}
-
-   template <class U>
-      requires std::convertible_to<U*, T*>
-   Ptr(Ptr<U> const& other)
-       : object_(other.get()) {
-      add();
-   }
-
-   template <class U>
-      requires std::convertible_to<U*, T*>
-   Ptr(Ptr<U>&& other) noexcept
-       : object_(other.detach()) {}
+   template <PointsTo<T> U>
+   Ptr(Ptr<U>&& other) noexcept : object_(other.detach()) {}
 
    ~Ptr() { del(); }
 

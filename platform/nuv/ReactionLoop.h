@@ -26,8 +26,8 @@ class Reaction {
    Reaction* next_{};
 };
 
-/// The agent's single thread of reactions: a queue that its owner steps. It has no clock of its own, so the order
-/// of what happens depends on the order of scheduling alone.
+/// The agent's single thread of reactions: a queue that its owner steps. It has no clock of its own, so the
+/// order of what happens depends on the order of scheduling alone.
 class ReactionLoop {
  public:
    ReactionLoop() = default;
@@ -35,8 +35,8 @@ class ReactionLoop {
    ReactionLoop& operator=(ReactionLoop const&) = delete;
    ~ReactionLoop();
 
-   /// Puts `reaction` at the end of the queue; one that is queued already keeps its place. The reaction may be
-   /// destroyed at any time.
+   /// Puts `reaction` at the end of the queue; one that is queued already keeps its place. The reaction may
+   /// be destroyed at any time.
    void schedule(Reaction& reaction);
 
    bool idle() const { return first_ == nullptr; }

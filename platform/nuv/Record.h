@@ -8,8 +8,8 @@
 
 namespace Nuv {
 
-/// One field of a record: its name, where it is, and whether it takes part in what the record is (equality, order
-/// and hash) or only follows from what does.
+/// One field of a record: its name, where it is, and whether it takes part in what the record is (equality,
+/// order and hash) or only follows from what does.
 template <class R, class M>
 struct Field {
    char const* name;
@@ -52,7 +52,8 @@ visitFields(R const& record, Visit&& visit) {
          R::fieldList().fields);
 }
 
-/// How a field's value enters its record's hash. Numbers enter as they are, whatever hashes itself by its hash.
+/// How a field's value enters its record's hash. Numbers enter as they are, whatever hashes itself by its
+/// hash.
 template <class M>
 void
 mixField(HashAccumulator& accumulator, M const& value) {

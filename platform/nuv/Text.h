@@ -7,8 +7,8 @@
 
 namespace Nuv {
 
-/// Appends the text form of a value. A type brings its own by an overload found beside it; these are the plain
-/// ones: `True`/`False`, decimal integers, text as it is, pointers as an address.
+/// Appends the text form of a value. A type brings its own by an overload found beside it; these are the
+/// plain ones: `True`/`False`, decimal integers, text as it is, pointers as an address.
 void appendText(Pelm::String& out, bool value);
 void appendText(Pelm::String& out, unsigned long long value);
 void appendText(Pelm::String& out, long long value);
@@ -23,9 +23,7 @@ appendText(Pelm::String& out, char const* value) {
 }
 
 template <std::integral I>
-   requires(!std::same_as<I, bool>)
-void
-appendText(Pelm::String& out, I value) {
+requires(!std::same_as<I, bool>) void appendText(Pelm::String& out, I value) {
    if constexpr (std::unsigned_integral<I>) {
       appendText(out, static_cast<unsigned long long>(value));
    } else {
@@ -46,8 +44,7 @@ text(Values const&... values) {
 class TextRef {
  public:
    template <class V>
-      requires(!std::same_as<V, TextRef>)
-   TextRef(V const& value)
+   requires(!std::same_as<V, TextRef>) TextRef(V const& value)
        : value_(&value)
        , append_([](Pelm::String& out, void const* at) { appendText(out, *static_cast<V const*>(at)); }) {}
 

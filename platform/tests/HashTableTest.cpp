@@ -513,7 +513,7 @@ struct Handle {
 struct HandleTraits {
    using Slot = Handle*;
    using Key = std::string;
-   static inline int reads = 0;
+   inline static int reads = 0;
    static std::uint32_t hash(Key const& key) { return Nuv::hashOf(key, 1); }
    static Key const& key(Slot const& slot) {
       ++reads;
@@ -702,8 +702,8 @@ TEST(HashMap, ClearedValuesMayChangeTheMap) {
 
 /// Counts how many of it there are, and fails to be copied when told to.
 struct Counted {
-   static inline int alive = 0;
-   static inline int copiesLeft = std::numeric_limits<int>::max();
+   inline static int alive = 0;
+   inline static int copiesLeft = std::numeric_limits<int>::max();
    Counted() { ++alive; }
    Counted(Counted const&) {
       if (copiesLeft == 0) {

@@ -22,8 +22,7 @@ at(std::uint32_t index) {
 /// The same as a RunMap, one character per index.
 class Model {
  public:
-   explicit Model(std::uint32_t size)
-       : text_(size, '.') {}
+   explicit Model(std::uint32_t size) : text_(size, '.') {}
 
    std::uint32_t size() const { return std::uint32_t(text_.size()); }
    std::uint32_t used() const { return std::uint32_t(std::count(text_.begin(), text_.end(), 'x')); }

@@ -3,8 +3,8 @@
 #include "platform/nuv/Text.h"
 #include "platform/trace/TraceHandle.h"
 
-/// Text trace: writes the text forms of the values, one after the other, as one line. A closed level costs one
-/// test of a bit; its values are not even evaluated.
+/// Text trace: writes the text forms of the values, one after the other, as one line. A closed level costs
+/// one test of a bit; its values are not even evaluated.
 #define DUOLOG(handle, level, ...)                                                                           \
    do {                                                                                                      \
       auto const& duologHandle = (handle);                                                                   \

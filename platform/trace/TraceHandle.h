@@ -12,8 +12,7 @@ class TraceHandle {
  public:
    static constexpr unsigned maxLevel = 31;
 
-   explicit TraceHandle(Pelm::String name)
-       : name_(std::move(name)) {}
+   explicit TraceHandle(Pelm::String name) : name_(std::move(name)) {}
 
    Pelm::String const& name() const { return name_; }
    bool isOpen(unsigned level) const { return (levels_ >> level & 1) != 0; }
@@ -29,7 +28,8 @@ class TraceHandle {
 /// Takes one finished line, without line end.
 using Sink = std::function<void(TraceHandle const&, unsigned level, Pelm::StringView line)>;
 
-/// Where the process's text trace goes: standard error until another sink is set. An empty sink restores that.
+/// Where the process's text trace goes: standard error until another sink is set. An empty sink restores
+/// that.
 void sinkIs(Sink);
 
 /// Hands a line to the sink.

@@ -5,8 +5,7 @@ namespace {
 
 class Util final : public ZandorL3Tunnel::EgrL3NextHop2::Util {
  public:
-   explicit Util(Nuv::Ptr<Asic::HwTable> const& table)
-       : EntryUtil(table) {}
+   explicit Util(Nuv::Ptr<Asic::HwTable> const& table) : EntryUtil(table) {}
 
    void rowOf(ZandorL3Tunnel::EgrL3NextHop2::Entry const& entry,
               std::span<std::uint32_t> words) const override {

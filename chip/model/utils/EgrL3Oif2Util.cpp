@@ -5,11 +5,9 @@ namespace {
 
 class Util final : public ZandorL3Tunnel::EgrL3Oif2::Util {
  public:
-   explicit Util(Nuv::Ptr<Asic::HwTable> const& table)
-       : EntryUtil(table) {}
+   explicit Util(Nuv::Ptr<Asic::HwTable> const& table) : EntryUtil(table) {}
 
-   void rowOf(ZandorL3Tunnel::EgrL3Oif2::Entry const& entry,
-              std::span<std::uint32_t> words) const override {
+   void rowOf(ZandorL3Tunnel::EgrL3Oif2::Entry const& entry, std::span<std::uint32_t> words) const override {
       namespace Row = ModelChip::EgrL3Oif2;
       Row::valid.pack(words, 1);
       Row::tagged.pack(words, entry.isUnderlayL2HdrTagged);

@@ -5,8 +5,7 @@ namespace {
 
 class Util final : public ZandorL3Tunnel::IngL3NextHop2Table::Util {
  public:
-   explicit Util(Nuv::Ptr<Asic::HwTable> const& table)
-       : EntryUtil(table) {}
+   explicit Util(Nuv::Ptr<Asic::HwTable> const& table) : EntryUtil(table) {}
 
    void rowOf(ZandorL3Tunnel::IngL3NextHop2Table::Entry const& entry,
               std::span<std::uint32_t> words) const override {
@@ -18,6 +17,7 @@ class Util final : public ZandorL3Tunnel::IngL3NextHop2Table::Util {
    }
 };
 
-ModelChip::UtilPlugin<ZandorL3Tunnel::IngL3NextHop2Table, Util> const plugin(ModelChip::IngL3NextHop2Table::layout);
+ModelChip::UtilPlugin<ZandorL3Tunnel::IngL3NextHop2Table, Util> const
+      plugin(ModelChip::IngL3NextHop2Table::layout);
 
 } // namespace

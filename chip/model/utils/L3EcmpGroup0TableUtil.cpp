@@ -5,8 +5,7 @@ namespace {
 
 class Util final : public ZandorL3Tunnel::L3EcmpGroup0Table::Util {
  public:
-   explicit Util(Nuv::Ptr<Asic::HwTable> const& table)
-       : EntryUtil(table) {}
+   explicit Util(Nuv::Ptr<Asic::HwTable> const& table) : EntryUtil(table) {}
 
    void rowOf(ZandorL3Tunnel::L3EcmpGroup0Table::Entry const& entry,
               std::span<std::uint32_t> words) const override {
@@ -18,6 +17,7 @@ class Util final : public ZandorL3Tunnel::L3EcmpGroup0Table::Util {
    }
 };
 
-ModelChip::UtilPlugin<ZandorL3Tunnel::L3EcmpGroup0Table, Util> const plugin(ModelChip::L3EcmpGroup0Table::layout);
+ModelChip::UtilPlugin<ZandorL3Tunnel::L3EcmpGroup0Table, Util> const
+      plugin(ModelChip::L3EcmpGroup0Table::layout);
 
 } // namespace

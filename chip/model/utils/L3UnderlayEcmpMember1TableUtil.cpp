@@ -5,8 +5,7 @@ namespace {
 
 class Util final : public ZandorL3Tunnel::L3UnderlayEcmpMember1Table::Util {
  public:
-   explicit Util(Nuv::Ptr<Asic::HwTable> const& table)
-       : EntryUtil(table) {}
+   explicit Util(Nuv::Ptr<Asic::HwTable> const& table) : EntryUtil(table) {}
 
    void rowOf(ZandorL3Tunnel::L3UnderlayEcmpMember1Table::Entry const& entry,
               std::span<std::uint32_t> words) const override {
@@ -18,6 +17,7 @@ class Util final : public ZandorL3Tunnel::L3UnderlayEcmpMember1Table::Util {
    }
 };
 
-ModelChip::UtilPlugin<ZandorL3Tunnel::L3UnderlayEcmpMember1Table, Util> const plugin(ModelChip::L3UnderlayEcmpMember1Table::layout);
+ModelChip::UtilPlugin<ZandorL3Tunnel::L3UnderlayEcmpMember1Table, Util> const
+      plugin(ModelChip::L3UnderlayEcmpMember1Table::layout);
 
 } // namespace

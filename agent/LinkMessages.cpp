@@ -1,0 +1,121 @@
+#include "agent/Attributes.h"
+#include "agent/Messages.h"
+
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/ip.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+namespace L3TunnelAgent {
+
+namespace {
+
+constexpr std::uint16_t maximumVlan = 4095;
+
+LinkKind
+linkKind(std::string const& kind) {
+   if (kind == "vlan")
+      return LinkKind::vlan;
+   if (kind == "bridge")
+      return LinkKind::bridge;
+   if (kind == "vxlan")
+      return LinkKind::vxlan;
+   return LinkKind::plain;
+}
+
+void
+readInfo(Attributes const& info, Link& link) {
+   link.kind = linkKind(info.text(L3TUNNEL_ATTRIBUTE(IFLA_INFO_KIND)).value_or(""));
+   if (link.kind != LinkKind::vlan && link.kind != LinkKind::bridge)
+      return;
+   auto const data = info.nested(L3TUNNEL_ATTRIBUTE(IFLA_INFO_DATA));
+   if (!data)
+      return;
+   if (link.kind == LinkKind::vlan)
+      link.vlan = data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_ID));
+   else
+      link.vlanFiltering = data->u8(L3TUNNEL_ATTRIBUTE(IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
+}
+
+/// The device's own setting: the one for all devices is not told with a link.
+bool
+ignoresLinkdown(Attributes const& families) {
+   AttributeName const inet{AF_INET, "AF_INET"};
+   auto const settings = families.nested(inet);
+   if (!settings)
+      return false;
+   auto const values =
+         settings->bytes(L3TUNNEL_ATTRIBUTE(IFLA_INET_CONF)).value_or(std::span<std::byte const>());
+   // Counted from 1; an older kernel has fewer of them.
+   std::size_t const offset = (IPV4_DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN - 1) * sizeof(std::uint32_t);
+   return values.size() >= offset + sizeof(std::uint32_t) && read<std::uint32_t>(values.subspan(offset)) != 0;
+}
+
+Link
+readLink(ifinfomsg const& fixed, Attributes const& attributes) {
+   Link link;
+   link.flags = fixed.ifi_flags;
+   link.name = attributes.text(L3TUNNEL_ATTRIBUTE(IFLA_IFNAME)).value_or("");
+   if (link.name.empty())
+      attributes.fail("IFLA_IFNAME", "is missing");
+   if (auto const address = attributes.bytes(L3TUNNEL_ATTRIBUTE(IFLA_ADDRESS)))
+      link.mac = MacAddress::fromBytes(*address);
+   // With this attribute the index counts in another network namespace and names no device here.
+   if (!attributes.has(IFLA_LINK_NETNSID))
+      link.lower = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_LINK));
+   link.master = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_MASTER));
+   if (auto const info = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_LINKINFO)))
+      readInfo(*info, link);
+   if (auto const families = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC)))
+      link.ignoreLinkdown = ignoresLinkdown(*families);
+   return link;
+}
+
+/// One entry per VLAN, or a pair of entries for the first and the last one of a range.
+std::map<std::uint16_t, std::uint16_t>
+readVlans(Attributes const& bridge) {
+   std::map<std::uint16_t, std::uint16_t> vlans;
+   std::optional<std::uint16_t> rangeBegin;
+   bridge.each([&](std::uint16_t type, std::span<std::byte const> value) {
+      if (type != IFLA_BRIDGE_VLAN_INFO)
+         return;
+      if (value.size() != sizeof(bridge_vlan_info))
+         bridge.fail("IFLA_BRIDGE_VLAN_INFO", std::to_string(value.size()) + " bytes instead of " +
+                                                    std::to_string(sizeof(bridge_vlan_info)));
+      auto const info = read<bridge_vlan_info>(value);
+      if (info.vid > maximumVlan)
+         bridge.fail("IFLA_BRIDGE_VLAN_INFO", "VLAN " + std::to_string(info.vid));
+      if (info.flags & BRIDGE_VLAN_INFO_RANGE_BEGIN) {
+         rangeBegin = info.vid;
+         return;
+      }
+      std::uint16_t const first =
+            info.flags & BRIDGE_VLAN_INFO_RANGE_END ? rangeBegin.value_or(info.vid) : info.vid;
+      for (std::uint16_t vlan = first; vlan <= info.vid; ++vlan)
+         vlans[vlan] = info.flags & ~BRIDGE_VLAN_INFO_RANGE_END;
+   });
+   return vlans;
+}
+
+} // namespace
+
+void
+applyLink(KernelState& state, nlmsghdr const* header) {
+   std::string const message = messageName(header->nlmsg_type);
+   auto const fixed = fixedPart<ifinfomsg>(message, header);
+   Attributes const attributes(message, header, sizeof fixed);
+   bool const removed = header->nlmsg_type == RTM_DELLINK;
+   if (fixed.ifi_family == AF_BRIDGE) { // about the device as a port: it stays when it is one no more
+      if (removed)
+         state.portVlans.erase(fixed.ifi_index);
+      else if (auto const bridge = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC)))
+         state.portVlans[fixed.ifi_index] = readVlans(*bridge);
+   } else if (removed) {
+      state.links.erase(fixed.ifi_index);
+   } else {
+      state.links[fixed.ifi_index] = readLink(fixed, attributes);
+   }
+}
+
+} // namespace L3TunnelAgent

@@ -1,0 +1,145 @@
+#include "agent/MessageReader.h"
+#include "agent/tests/MessageBuilder.h"
+
+#include <gmock/gmock.h>
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/ip.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+namespace L3TunnelAgent {
+
+namespace {
+
+MessageBuilder
+linkMessage(std::uint16_t type = RTM_NEWLINK) {
+   MessageBuilder message(type, ifinfomsg{.ifi_family = AF_UNSPEC, .ifi_index = 7, .ifi_flags = 0x1043});
+   message.text(IFLA_IFNAME, "swp1").mac(IFLA_ADDRESS, "02:00:00:00:00:07");
+   return message;
+}
+
+MessageBuilder
+portMessage(std::uint16_t type, std::vector<bridge_vlan_info> const& vlans) {
+   MessageBuilder message(type, ifinfomsg{.ifi_family = AF_BRIDGE, .ifi_index = 7});
+   message.nest(IFLA_AF_SPEC, [&](MessageBuilder& bridge) {
+      for (auto const& vlan : vlans)
+         bridge.bytes(IFLA_BRIDGE_VLAN_INFO, &vlan, sizeof vlan);
+   });
+   return message;
+}
+
+Link
+applied(MessageBuilder const& message) {
+   KernelState state;
+   applyDatagram(state, message.datagram());
+   return state.links.at(7);
+}
+
+MessageBuilder&
+withInfo(MessageBuilder& message, char const* kind, auto const& fillData) {
+   return message.nest(IFLA_LINKINFO, [&](MessageBuilder& info) {
+      info.text(IFLA_INFO_KIND, kind).nest(IFLA_INFO_DATA, fillData);
+   });
+}
+
+} // namespace
+
+TEST(LinkMessages, PlainLink) {
+   Link const expected{.name = "swp1", .mac = MacAddress::parse("02:00:00:00:00:07"), .flags = 0x1043};
+   EXPECT_EQ(applied(linkMessage()), expected);
+}
+
+TEST(LinkMessages, MasterAndLowerDevice) {
+   auto const link = applied(linkMessage().u32(IFLA_MASTER, 9).u32(IFLA_LINK, 3));
+   EXPECT_EQ(link.master, 9);
+   EXPECT_EQ(link.lower, 3);
+   EXPECT_FALSE(applied(linkMessage().u32(IFLA_LINK, 3).u32(IFLA_LINK_NETNSID, 0)).lower)
+         << "an index in another namespace";
+}
+
+TEST(LinkMessages, Kinds) {
+   auto sub = linkMessage();
+   auto const vlan = applied(withInfo(sub, "vlan", [](auto& data) { data.u16(IFLA_VLAN_ID, 300); }));
+   EXPECT_EQ(vlan.kind, LinkKind::vlan);
+   EXPECT_EQ(vlan.vlan, 300);
+   for (std::uint8_t const filtering : {0, 1}) {
+      auto message = linkMessage();
+      auto const bridge = applied(
+            withInfo(message, "bridge", [&](auto& data) { data.u8(IFLA_BR_VLAN_FILTERING, filtering); }));
+      EXPECT_EQ(bridge.kind, LinkKind::bridge);
+      EXPECT_EQ(bridge.vlanFiltering, filtering == 1);
+   }
+   auto tunnel = linkMessage();
+   EXPECT_EQ(applied(withInfo(tunnel, "vxlan", [](auto& data) { data.u32(IFLA_VXLAN_ID, 10); })).kind,
+             LinkKind::vxlan);
+   auto pair = linkMessage();
+   EXPECT_EQ(applied(withInfo(pair, "veth", [](auto&) {})).kind, LinkKind::plain);
+}
+
+TEST(LinkMessages, IgnoreLinkdownIsTheDevicesOwnSetting) {
+   std::vector<std::uint32_t> settings(33);
+   auto const ignores = [&](std::size_t count) {
+      return applied(linkMessage().nest(IFLA_AF_SPEC,
+                                        [&](MessageBuilder& families) {
+                                           return families.nest(AF_INET, [&](MessageBuilder& inet) {
+                                              inet.bytes(IFLA_INET_CONF, settings.data(),
+                                                         count * sizeof(std::uint32_t));
+                                           });
+                                        }))
+            .ignoreLinkdown;
+   };
+   std::size_t const position = IPV4_DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN - 1;
+   EXPECT_FALSE(ignores(settings.size()));
+   settings[position] = 1;
+   EXPECT_TRUE(ignores(settings.size()));
+   EXPECT_FALSE(ignores(position)) << "a kernel that has no such setting";
+}
+
+TEST(LinkMessages, MacOfAnotherKindOfDeviceIsNone) {
+   MessageBuilder message(RTM_NEWLINK, ifinfomsg{.ifi_index = 7});
+   EXPECT_FALSE(
+         applied(message.text(IFLA_IFNAME, "ib0").bytes(IFLA_ADDRESS, "01234567890123456789", 20)).mac);
+}
+
+TEST(LinkMessages, LinkWithoutANameIsAnError) {
+   MessageBuilder message(RTM_NEWLINK, ifinfomsg{.ifi_index = 7});
+   EXPECT_THAT([&] { applied(message); },
+               testing::ThrowsMessage<MessageError>("RTM_NEWLINK: IFLA_IFNAME: is missing"));
+}
+
+TEST(LinkMessages, PortVlansAreReplacedAndRangesSpreadOut) {
+   using Vlans = std::map<std::uint16_t, std::uint16_t>;
+   KernelState state;
+   std::uint16_t const untagged = BRIDGE_VLAN_INFO_UNTAGGED;
+   applyDatagram(state,
+                 portMessage(RTM_NEWLINK, {{.flags = 6, .vid = 1}, {.flags = 0, .vid = 9}}).datagram());
+   EXPECT_EQ(state.portVlans.at(7), (Vlans{{1, 6}, {9, 0}}));
+   std::uint16_t const begin = BRIDGE_VLAN_INFO_RANGE_BEGIN | untagged;
+   std::uint16_t const end = BRIDGE_VLAN_INFO_RANGE_END | untagged;
+   applyDatagram(
+         state,
+         portMessage(RTM_NEWLINK, {{.flags = begin, .vid = 20}, {.flags = end, .vid = 22}}).datagram());
+   EXPECT_EQ(state.portVlans.at(7), (Vlans{{20, untagged}, {21, untagged}, {22, untagged}}));
+   EXPECT_TRUE(state.links.empty()) << "it is about the port, not the link";
+}
+
+TEST(LinkMessages, PortVlanOutOfRangeIsAnError) {
+   KernelState state;
+   EXPECT_THAT(
+         [&] { applyDatagram(state, portMessage(RTM_NEWLINK, {{.flags = 0, .vid = 4096}}).datagram()); },
+         testing::ThrowsMessage<MessageError>("RTM_NEWLINK: IFLA_AF_SPEC: IFLA_BRIDGE_VLAN_INFO: VLAN 4096"));
+}
+
+TEST(LinkMessages, RemovedPortIsStillALink) {
+   KernelState state;
+   applyDatagram(state, linkMessage().datagram());
+   applyDatagram(state, portMessage(RTM_NEWLINK, {{.flags = 0, .vid = 1}}).datagram());
+   applyDatagram(state, portMessage(RTM_DELLINK, {}).datagram());
+   EXPECT_TRUE(state.portVlans.empty());
+   EXPECT_EQ(state.links.size(), 1U);
+   applyDatagram(state, linkMessage(RTM_DELLINK).datagram());
+   EXPECT_TRUE(state.links.empty());
+}
+
+} // namespace L3TunnelAgent

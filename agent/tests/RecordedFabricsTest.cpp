@@ -1,0 +1,123 @@
+#include "agent/Derive.h"
+#include "agent/MessageReader.h"
+#include "agent/tests/Expected.h"
+
+#include <algorithm>
+#include <chrono>
+#include <gmock/gmock.h>
+
+namespace L3TunnelAgent {
+
+namespace {
+
+char const* const kindNames[] = {"unicast", "cpu", "drop"};
+
+std::optional<std::string>
+name(KernelState const& state, std::optional<int> index) {
+   return index ? std::optional(state.linkName(*index)) : std::nullopt;
+}
+
+/// "neighbour unresolved: FAILED" is "neighbour-unresolved".
+std::string
+inOneWord(std::string reason) {
+   reason.resize(std::min(reason.find(':'), reason.size()));
+   std::replace(reason.begin(), reason.end(), ' ', '-');
+   return reason;
+}
+
+ExpectedVia
+named(KernelState const& state, DerivedVia const& via) {
+   return {.kind = kindNames[static_cast<int>(via.kind)],
+           .mac = via.mac ? std::optional(via.mac->text()) : std::nullopt,
+           .device = name(state, via.device),
+           .port = name(state, via.port),
+           .vlan = via.vlan,
+           .tagged = via.tagged,
+           .weight = via.weight,
+           .reason = inOneWord(via.reason)};
+}
+
+ExpectedVias
+named(KernelState const& state, std::vector<Destination> const& all) {
+   ExpectedVias result;
+   for (auto const& destination : all) {
+      auto& vias = result[destination.address.text()];
+      for (auto const& via : destination.vias)
+         vias.insert(named(state, via));
+   }
+   return result;
+}
+
+class RecordedFabric : public testing::TestWithParam<char const*> {
+ protected:
+   KernelState const state = recordedState(recordedFile(GetParam(), "dump.rnl.gz"));
+};
+
+} // namespace
+
+TEST_P(RecordedFabric, EveryDestinationHasTheViasOfTheConfiguration) {
+   auto const expected = expectedVias(GetParam());
+   auto const derived = named(state, destinations(state));
+   std::size_t vias = 0;
+   for (auto const& [destination, expectedSet] : expected) {
+      auto const found = derived.find(destination);
+      ASSERT_NE(found, derived.end()) << destination << " is missing";
+      EXPECT_THAT(found->second, testing::ContainerEq(expectedSet)) << destination;
+      vias += expectedSet.size();
+   }
+   for (auto const& [destination, set] : derived)
+      EXPECT_TRUE(expected.count(destination)) << destination << " is no destination";
+   EXPECT_GT(vias, 0U);
+   RecordProperty("destinations", static_cast<int>(expected.size()));
+   RecordProperty("vias", static_cast<int>(vias));
+}
+
+TEST_P(RecordedFabric, DestinationsAreOrderedAndAppearOnce) {
+   auto const all = destinations(state);
+   auto const disordered = std::adjacent_find(
+         all.begin(), all.end(), [](auto const& a, auto const& b) { return a.address >= b.address; });
+   EXPECT_EQ(disordered, all.end());
+   for (auto const& destination : all)
+      EXPECT_NE(destination.vias.empty(), destination.reason.empty()) << destination.address.text();
+}
+
+TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
+   auto const all = destinations(state);
+   auto const egress = expectedEgress(GetParam());
+   EXPECT_FALSE(egress.empty());
+   for (auto const& way : egress) {
+      bool taken = false;
+      for (auto const& destination : all)
+         for (auto const& via : destination.vias)
+            if (via.kind == ViaKind::unicast && name(state, via.device) == way.device &&
+                name(state, via.port) == way.port) {
+               taken = true;
+               EXPECT_EQ(state.link(*via.device)->mac, MacAddress::parse(way.sourceMac));
+               EXPECT_EQ(via.vlan, way.vlan);
+               EXPECT_EQ(via.tagged, way.tagged);
+            }
+      EXPECT_TRUE(taken) << way.device << " by " << way.port;
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P(Leaf, RecordedFabric, testing::Values("small", "mixed", "mixed-inline", "big"),
+                         [](auto const& parameter) {
+                            std::string text = parameter.param;
+                            std::replace(text.begin(), text.end(), '-', '_');
+                            return text;
+                         });
+
+TEST(RecordedFabricTime, ThousandsOfDestinationsAreDerivedAtOnce) {
+   KernelState const state = recordedState(recordedFile("big", "dump.rnl.gz"));
+   auto const begin = std::chrono::steady_clock::now();
+   auto const all = destinations(state);
+   auto const time = std::chrono::steady_clock::now() - begin;
+   EXPECT_GT(all.size(), 3000U);
+   RecordProperty("microseconds",
+                  static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(time).count()));
+   // A search through all routes for each destination would take seconds; sanitizers and a busy machine do
+   // not.
+   EXPECT_LT(time, std::chrono::seconds(1));
+}
+
+} // namespace L3TunnelAgent

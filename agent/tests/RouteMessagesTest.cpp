@@ -1,0 +1,251 @@
+#include "agent/MessageReader.h"
+#include "agent/tests/MessageBuilder.h"
+
+#include <gmock/gmock.h>
+#include <linux/fib_rules.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+namespace L3TunnelAgent {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr std::uint32_t bigTable = 1000;
+Prefix const destination{0x0aff0101, 32};
+
+MessageBuilder
+routeMessage(std::uint16_t type, std::uint32_t metric, std::uint16_t flags = 0,
+             std::uint32_t routeFlags = 0) {
+   MessageBuilder message(type,
+                          rtmsg{.rtm_family = AF_INET,
+                                .rtm_dst_len = 32,
+                                .rtm_table = RT_TABLE_COMPAT,
+                                .rtm_type = RTN_UNICAST,
+                                .rtm_flags = routeFlags},
+                          flags);
+   message.u32(RTA_TABLE, bigTable).ip(RTA_DST, "10.255.1.1").u32(RTA_PRIORITY, metric);
+   return message;
+}
+
+MessageBuilder
+singleHop(std::uint16_t type, std::uint32_t metric, char const* gateway, std::uint16_t flags = 0) {
+   return routeMessage(type, metric, flags).u32(RTA_OIF, 3).ip(RTA_GATEWAY, gateway);
+}
+
+struct Via {
+   std::uint16_t family;
+   std::array<std::uint8_t, 16> address;
+};
+
+Via
+linkLocal() {
+   return {AF_INET6, IpAddress::parse("fe80::1").value().bytes};
+}
+
+NextHop
+hop(int device, char const* gateway) {
+   return {.device = device, .gateway = IpAddress::parse(gateway).value()};
+}
+
+class RouteMessages : public testing::Test {
+ protected:
+   void apply(MessageBuilder const& message) { applyDatagram(state, message.datagram()); }
+
+   std::vector<Route> routes(Prefix prefix = destination, std::uint32_t table = bigTable) {
+      auto const* const found = state.tables[table].find(prefix);
+      return found ? *found : std::vector<Route>{};
+   }
+
+   KernelState state;
+};
+
+} // namespace
+
+TEST_F(RouteMessages, InlineHopWithAGateway) {
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.1"));
+   EXPECT_THAT(routes(), ElementsAre(Route{.type = RTN_UNICAST, .metric = 20, .hops = {hop(3, "10.0.0.1")}}));
+}
+
+TEST_F(RouteMessages, FlagsOfASingleHopAreThoseOfTheRoute) {
+   apply(routeMessage(RTM_NEWROUTE, 0, 0, RTNH_F_DEAD | RTNH_F_LINKDOWN).u32(RTA_OIF, 3));
+   EXPECT_THAT(routes().at(0).hops, ElementsAre(NextHop{.device = 3, .dead = true, .linkdown = true}));
+}
+
+TEST_F(RouteMessages, GatewayOfTheOtherFamily) {
+   Via const via = linkLocal();
+   apply(routeMessage(RTM_NEWROUTE, 0).u32(RTA_OIF, 3).bytes(RTA_VIA, &via, sizeof via));
+   EXPECT_THAT(routes().at(0).hops, ElementsAre(hop(3, "fe80::1")));
+   for (std::size_t const size : {0U, 1U, 2U, 5U, 17U})
+      EXPECT_THAT([&] { apply(routeMessage(RTM_NEWROUTE, 1).u32(RTA_OIF, 3).bytes(RTA_VIA, &via, size)); },
+                  ThrowsMessage<MessageError>(HasSubstr("RTM_NEWROUTE: RTA_VIA: ")))
+            << size;
+}
+
+TEST_F(RouteMessages, MultipathHopsHaveFlagsWeightsAndGateways) {
+   Via const via = linkLocal();
+   struct {
+      rtnexthop first{.rtnh_len = 16, .rtnh_flags = RTNH_F_LINKDOWN, .rtnh_hops = 2, .rtnh_ifindex = 3};
+      nlattr gateway{.nla_len = 8, .nla_type = RTA_GATEWAY};
+      std::array<std::uint8_t, 4> address{10, 0, 0, 1};
+      rtnexthop second{.rtnh_len = 30, .rtnh_flags = 0, .rtnh_hops = 0, .rtnh_ifindex = 4};
+      nlattr viaHead{.nla_len = 22, .nla_type = RTA_VIA};
+      Via viaValue{};
+      std::array<std::uint8_t, 2> padding{};
+   } hops;
+   hops.viaValue = via;
+   apply(routeMessage(RTM_NEWROUTE, 0).bytes(RTA_MULTIPATH, &hops, sizeof hops));
+   auto first = hop(3, "10.0.0.1");
+   first.weight = 3;
+   first.linkdown = true;
+   EXPECT_THAT(routes().at(0).hops, ElementsAre(first, hop(4, "fe80::1")));
+
+   for (unsigned const length : {0U, 7U, 49U, 0xffffU}) {
+      hops.first.rtnh_len = static_cast<std::uint16_t>(length);
+      EXPECT_THAT([&] { apply(routeMessage(RTM_NEWROUTE, 1).bytes(RTA_MULTIPATH, &hops, sizeof hops)); },
+                  ThrowsMessage<MessageError>(
+                        HasSubstr("RTA_MULTIPATH: a next hop has length " + std::to_string(length))));
+   }
+   hops.first.rtnh_len = 15;
+   EXPECT_THAT([&] { apply(routeMessage(RTM_NEWROUTE, 1).bytes(RTA_MULTIPATH, &hops, sizeof hops)); },
+               ThrowsMessage<MessageError>(HasSubstr("RTM_NEWROUTE: RTA_MULTIPATH: attributes at byte 0")));
+}
+
+TEST_F(RouteMessages, ObjectOutdoesTheHopsBesideIt) {
+   apply(singleHop(RTM_NEWROUTE, 0, "10.0.0.1").u32(RTA_NH_ID, 70));
+   EXPECT_THAT(routes(), ElementsAre(Route{.type = RTN_UNICAST, .nextHopId = 70}));
+}
+
+TEST_F(RouteMessages, DefaultRouteAndSmallTable) {
+   MessageBuilder message(
+         RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_table = RT_TABLE_MAIN, .rtm_type = RTN_BLACKHOLE});
+   apply(message);
+   EXPECT_THAT(routes({}, RT_TABLE_MAIN), ElementsAre(Route{.type = RTN_BLACKHOLE}));
+}
+
+TEST_F(RouteMessages, SameRouteTwiceIsOneAndEqualMetricsKeepTheirOrder) {
+   for (auto const* const gateway : {"10.0.0.2", "10.0.0.1", "10.0.0.2"})
+      apply(singleHop(RTM_NEWROUTE, 20, gateway));
+   ASSERT_EQ(routes().size(), 2U);
+   EXPECT_THAT(routes()[0].hops, ElementsAre(hop(3, "10.0.0.2")));
+   EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.1")));
+}
+
+TEST_F(RouteMessages, ReplacingKeepsOtherMetrics) {
+   apply(singleHop(RTM_NEWROUTE, 10, "10.0.0.1"));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.2"));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.3", NLM_F_REPLACE));
+   ASSERT_EQ(routes().size(), 2U);
+   EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.3")));
+   apply(singleHop(RTM_NEWROUTE, 5, "10.0.0.4", NLM_F_REPLACE));
+   EXPECT_EQ(routes().size(), 3U);
+   EXPECT_EQ(state.tables[bigTable].size(), 3U);
+}
+
+TEST_F(RouteMessages, RemovingTakesTheRouteOfThatMetric) {
+   apply(singleHop(RTM_NEWROUTE, 10, "10.0.0.1"));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.2"));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.3"));
+   apply(singleHop(RTM_DELROUTE, 20, "10.0.0.3"));
+   apply(singleHop(RTM_DELROUTE, 30, "10.0.0.1"));
+   ASSERT_EQ(routes().size(), 2U);
+   EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.2")));
+   apply(routeMessage(RTM_DELROUTE, 20).u32(RTA_OIF, 3));
+   apply(singleHop(RTM_DELROUTE, 10, "10.0.0.1"));
+   EXPECT_TRUE(routes().empty());
+}
+
+TEST_F(RouteMessages, OtherRoutesArePassedOver) {
+   apply(routeMessage(RTM_NEWROUTE, 0, 0, RTM_F_CLONED).u32(RTA_OIF, 3));
+   MessageBuilder message(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET6, .rtm_dst_len = 128});
+   apply(message.ip(RTA_DST, "2001:db8::1"));
+   EXPECT_TRUE(state.tables.empty());
+}
+
+TEST_F(RouteMessages, PrefixThatIsNoneIsAnError) {
+   MessageBuilder tooLong(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_dst_len = 33});
+   EXPECT_THAT([&] { apply(tooLong.ip(RTA_DST, "10.0.0.0")); }, ThrowsMessage<MessageError>(HasSubstr("33")));
+   MessageBuilder otherFamily(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_dst_len = 32});
+   EXPECT_THAT([&] { apply(otherFamily.ip(RTA_DST, "::1")); },
+               ThrowsMessage<MessageError>(HasSubstr("RTA_DST")));
+   MessageBuilder without(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_dst_len = 32});
+   EXPECT_THAT([&] { apply(without); }, ThrowsMessage<MessageError>("RTM_NEWROUTE: RTA_DST: is missing"));
+}
+
+TEST_F(RouteMessages, ObjectsGroupsAndFlags) {
+   nhmsg const fixed{.nh_family = AF_INET, .nh_flags = RTNH_F_LINKDOWN};
+   apply(MessageBuilder(RTM_NEWNEXTHOP, fixed).u32(NHA_ID, 1).u32(NHA_OIF, 3).ip(NHA_GATEWAY, "10.0.0.1"));
+   apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{}).u32(NHA_ID, 2).flag(NHA_BLACKHOLE));
+   std::uint8_t const members[16] = {1, 0, 0, 0, 2, 0, 0, 0, 2, 0, 0, 0, 0xff, 1, 0, 0};
+   apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{}).u32(NHA_ID, 3).flag(NHA_FDB).bytes(NHA_GROUP, members, 16));
+   auto linkdown = hop(3, "10.0.0.1");
+   linkdown.linkdown = true;
+   EXPECT_EQ(state.nextHops.at(1), (NextHopObject{.hop = linkdown}));
+   EXPECT_EQ(state.nextHops.at(2), (NextHopObject{.blackhole = true}));
+   EXPECT_EQ(state.nextHops.at(3), (NextHopObject{.group = {{1, 3}, {2, 512}}, .fdb = true}));
+   apply(MessageBuilder(RTM_DELNEXTHOP, nhmsg{}).u32(NHA_ID, 2));
+   EXPECT_EQ(state.nextHops.size(), 2U);
+}
+
+TEST_F(RouteMessages, ObjectThatIsNoneIsAnError) {
+   EXPECT_THAT([&] { apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{})); },
+               ThrowsMessage<MessageError>("RTM_NEWNEXTHOP: NHA_ID: is missing"));
+   EXPECT_THAT([&] { apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{}).u32(NHA_ID, 1).u32(NHA_GROUP, 1)); },
+               ThrowsMessage<MessageError>(HasSubstr("NHA_GROUP: 4 bytes")));
+}
+
+TEST_F(RouteMessages, RulesAreOrderedAndRemoved) {
+   fib_rule_hdr const fixed{.family = AF_INET, .table = RT_TABLE_MAIN, .action = FR_ACT_TO_TBL};
+   auto const rule = [&](std::uint16_t type, std::uint32_t priority) {
+      return MessageBuilder(type, fixed).u32(FRA_PRIORITY, priority).u32(FRA_SUPPRESS_PREFIXLEN, ~0U);
+   };
+   apply(rule(RTM_NEWRULE, 20));
+   apply(rule(RTM_NEWRULE, 10));
+   apply(rule(RTM_NEWRULE, 20));
+   Rule const first{.priority = 10, .action = FR_ACT_TO_TBL, .table = RT_TABLE_MAIN};
+   ASSERT_EQ(state.rules.size(), 2U);
+   EXPECT_EQ(state.rules[0], first);
+   apply(rule(RTM_DELRULE, 20));
+   EXPECT_THAT(state.rules, ElementsAre(first));
+}
+
+TEST_F(RouteMessages, RuleThatAsksForMoreThanADestinationIsSelective) {
+   auto const read = [&](auto const& fill, fib_rule_hdr fixed = {}) {
+      fixed.family = AF_INET;
+      MessageBuilder message(RTM_NEWRULE, fixed);
+      fill(message);
+      state.rules.clear();
+      apply(message);
+      return state.rules.at(0);
+   };
+   auto const plain = [](MessageBuilder& m) { m.u32(FRA_TABLE, 1000).u8(FRA_PROTOCOL, 2).u32(FRA_FLOW, 1); };
+   EXPECT_FALSE(read(plain).selective);
+   EXPECT_EQ(read(plain).table, 1000U);
+   EXPECT_TRUE(read(plain, {.tos = 16}).selective);
+   EXPECT_TRUE(read(plain, {.flags = FIB_RULE_INVERT}).selective);
+   EXPECT_TRUE(read([](MessageBuilder& m) { m.ip(FRA_SRC, "10.0.0.1"); }, {.src_len = 32}).selective);
+   EXPECT_TRUE(read([](MessageBuilder& m) { m.text(FRA_IIFNAME, "swp1"); }).selective);
+   EXPECT_TRUE(read([](MessageBuilder& m) { m.u32(FRA_FWMARK, 1); }).selective);
+   EXPECT_TRUE(read([](MessageBuilder& m) { m.u32(63, 1); }).selective) << "unknown";
+   auto const to = read([](MessageBuilder& m) { m.ip(FRA_DST, "10.255.1.0"); }, {.dst_len = 24});
+   EXPECT_FALSE(to.selective);
+   EXPECT_EQ(to.destination, (Prefix{0x0aff0100, 24}));
+   EXPECT_EQ(read([](MessageBuilder& m) { m.u32(FRA_SUPPRESS_PREFIXLEN, 0); }).suppressedLength, 0U);
+}
+
+TEST_F(RouteMessages, RuleForAnOddDestinationIsAnError) {
+   MessageBuilder message(RTM_NEWRULE, fib_rule_hdr{.family = AF_INET, .dst_len = 33});
+   EXPECT_THAT([&] { apply(message.ip(FRA_DST, "10.0.0.0")); },
+               ThrowsMessage<MessageError>("RTM_NEWRULE: FRA_DST: is no IPv4 prefix"));
+}
+
+TEST_F(RouteMessages, RuleOfTheOtherFamilyIsPassedOver) {
+   apply(MessageBuilder(RTM_NEWRULE, fib_rule_hdr{.family = AF_INET6}));
+   EXPECT_TRUE(state.rules.empty());
+}
+
+} // namespace L3TunnelAgent
