@@ -47,7 +47,7 @@ std::string
 Report::viaText(ProgrammedVia const& programmed) const {
    auto const& via = programmed.via;
    std::string shown = via.kind == ViaKind::drop ? "drop" : via.device ? state_.linkName(*via.device) : "cpu";
-   if (via.kind == ViaKind::cpu && via.device) {
+   if (via.device && (via.kind == ViaKind::cpu || !programmed.entry.l2If.isValid())) {
       shown += " to cpu";
    }
    if (via.port && via.port != via.device) {
@@ -98,13 +98,13 @@ Report::summary() const {
    }
    out += fmt::format("The destinations share {} blocks of members.\n", blocks.size());
    if (leftOut) {
-      out += fmt::format(
-            "{} vias that only the CPU could serve are left out beside vias that forward, shown in "
-            "[brackets].\n",
-            leftOut);
+      out += fmt::format("Vias that only the CPU could serve, left out beside vias that forward and shown in "
+                         "[brackets]: {}.\n",
+                         leftOut);
    }
    if (weighted) {
-      out += fmt::format("{} vias have a weight in the kernel; the chip's members are equal.\n", weighted);
+      out += fmt::format("Vias with a weight in the kernel, where the chip's members are equal: {}.\n",
+                         weighted);
    }
    return out;
 }
@@ -165,29 +165,24 @@ Report::blocks() const {
 std::string
 Report::nextHops() const {
    TextTable table("NEXT HOPS: one ingress and one egress row each, at one index",
-                   {"next hop", "sends to", "port", "neighbour", "interface", "users"});
-   std::map<Asic::Index, std::vector<std::string>> lines;
+                   {"next hop", "sends to", "port", "neighbour", "interface", "members"});
+   std::map<Asic::Index, std::set<Asic::Index>> members;
+   std::map<Asic::Index, ModelChip::HopRows> hops;
    for (auto const& group : groupRows(fabric_)) {
       for (auto const& hop : group.hops) {
-         bool isUnicast = hop.destinationType == std::uint8_t(DestinationType::unicast);
-         bool isCpu = hop.destinationType == std::uint8_t(DestinationType::system);
-         lines[hop.nextHop] = {text(hop.nextHop),
-                               isUnicast ? "port"
-                               : isCpu   ? "cpu"
-                                         : "nowhere",
-                               isUnicast ? portText(hop.destinationId) : "-",
-                               isUnicast ? text(hop.dstMac) : "-",
-                               hop.interface ? text(hop.interface->index) : "-"};
+         members[hop.nextHop].insert(hop.member);
+         hops[hop.nextHop] = hop;
       }
    }
-   fabric_.programmer().l3EcmpNextHopTable()->handles().forEach([&](auto const& handle) {
-      auto found = lines.find(handle.hwEntryIndex());
-      if (found != lines.end()) {
-         found->second.push_back(text(handle.references()));
-      }
-   });
-   for (auto& [index, cells] : lines) {
-      table.rowIs(std::move(cells));
+   for (auto const& [index, hop] : hops) {
+      bool isUnicast = hop.destinationType == std::uint8_t(DestinationType::unicast);
+      bool isCpu = hop.destinationType == std::uint8_t(DestinationType::system);
+      table.rowIs({text(index),
+                   isUnicast ? "port"
+                   : isCpu   ? "cpu"
+                             : "nowhere",
+                   isUnicast ? portText(hop.destinationId) : "-", isUnicast ? text(hop.dstMac) : "-",
+                   hop.interface ? text(hop.interface->index) : "-", text(members[index].size())});
    }
    return table.text();
 }

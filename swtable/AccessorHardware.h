@@ -52,7 +52,7 @@ template <class T>
 void
 SwTable::Accessor<T>::handleEntry(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, swTable_->tblName(), "handleEntry",
+   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "handleEntry ", swTable_->tblName(),
           " : key: ", eh.key());
    if (!eh.isResolved()) {
       hwTableEntryDel(eh);
@@ -71,7 +71,7 @@ template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, swTable_->tblName(), "hwTableEntryIs",
+   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryIs ", swTable_->tblName(),
           " : key: ", eh.key());
    Index base = swTable_->doAcquireHwIndex(eh.key());
    if (!swTable_->util()) {
@@ -127,7 +127,7 @@ template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, swTable_->tblName(), "hwTableEntryDel",
+   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryDel ", swTable_->tblName(),
           " : key: ", eh.key());
    eh.hwIndexValidIs(false);
    Index base = swTable_->heldHwIndex(eh.key());

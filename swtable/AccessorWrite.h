@@ -72,11 +72,11 @@ SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
    checkBlockSize(block);
    auto eh = entryHandleIs(block);
    if (eh->isResolved() || eh->unresolvedEntry()) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), "entryBlockRef",
+      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
              " : Found an existing entry : ", block);
       return eh;
    }
-   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), "entryBlockRef",
+   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
           " : Writing new entry : ", block);
    referenced(*eh);
    eh->entryStateIs(unresolved());

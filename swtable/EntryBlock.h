@@ -71,17 +71,13 @@ class EntryBlock : public Asic::EntryBase {
    /// The size, as far as 16 bits hold it.
    std::uint16_t getBlockSize() const { return std::uint16_t(size()); }
 
+   /// The members are hashed once, whatever the seeds that are asked for.
    std::uint32_t hash(unsigned seed) const {
-      if (!content_ || members().empty()) {
-         return Nuv::HashAccumulator(seed).result();
+      Nuv::HashAccumulator accumulator(seed);
+      if (!members().empty()) {
+         accumulator.mix64(membersHash());
       }
-      auto& content = *content_;
-      if (!content.isHashed || content.seed != seed) {
-         content.hash = contentHash(seed);
-         content.seed = seed;
-         content.isHashed = true;
-      }
-      return content.hash;
+      return accumulator.result();
    }
 
    friend bool operator==(EntryBlock const& a, EntryBlock const& b) {
@@ -110,8 +106,7 @@ class EntryBlock : public Asic::EntryBase {
       explicit Content(std::vector<Member> const& from) : members(from) {}
 
       std::vector<Member> members;
-      std::uint32_t hash{};
-      unsigned seed{};
+      std::uint64_t hash{};
       bool isHashed{};
    };
 
@@ -139,13 +134,17 @@ class EntryBlock : public Asic::EntryBase {
       return content_->members;
    }
 
-   std::uint32_t contentHash(unsigned seed) const {
-      Nuv::HashAccumulator accumulator(seed);
-      for (auto const& member : members()) {
-         accumulator.mix32(member.position);
-         accumulator.mix32(member.entry.hash(seed));
+   std::uint64_t membersHash() const {
+      auto& content = *content_;
+      if (!content.isHashed) {
+         Nuv::HashAccumulator accumulator(Nuv::hashSeed());
+         for (auto const& member : content.members) {
+            accumulator.mix64(std::uint64_t(member.position) << 32 | member.entry.hash(Nuv::hashSeed()));
+         }
+         content.hash = accumulator.result64();
+         content.isHashed = true;
       }
-      return accumulator.result();
+      return content.hash;
    }
 
    Nuv::Ptr<Content> content_;

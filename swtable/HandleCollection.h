@@ -9,7 +9,8 @@ namespace ZandorL3Tunnel {
 /// A table's handles by key, in canonical order. It finds handles and owns none: what a table holds of a
 /// handle is a reference of its own, and the key lives in the handle.
 ///
-/// `HandleType` should have `key()`; `KeyType` should be a value that hashes itself.
+/// `HandleType` should have `key()` and a static `typeName()`; `KeyType` should be a value that hashes
+/// itself.
 template <class HandleType, class KeyType>
 class HandleCollection {
  public:
@@ -55,7 +56,10 @@ class HandleCollection {
    struct Traits {
       using Slot = HandleType*;
       using Key = KeyType;
-      static std::uint32_t hash(Key const& key) { return Nuv::hashOf(key, Nuv::collectionHashSeed()); }
+      static std::uint32_t hash(Key const& key) {
+         static constexpr auto salt = Nuv::collectionSalt(HandleType::typeName());
+         return Nuv::hashOf(key, Nuv::collectionHashSeed(salt));
+      }
       static Key const& key(Slot const& slot) { return slot->key(); }
       static bool less(Key const& a, Key const& b) { return a < b; }
       static bool equal(Key const& a, Key const& b) { return a == b; }

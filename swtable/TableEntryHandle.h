@@ -33,6 +33,8 @@ class TableEntryHandle final : public Asic::SwTable::EntryHandle {
    using Key = typename T::Key;
    using Accessor = Asic::SwTable::Accessor<T>;
 
+   static constexpr char const* typeName() { return T::Sheet::typeName(); }
+
    TableEntryHandle(Key key, T* table);
    ~TableEntryHandle() override;
 

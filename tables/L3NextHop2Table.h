@@ -104,6 +104,8 @@ class L3NextHop2Table::MergedEntry {
 /// The handle of one merged next hop; its index is valid when both halves' are.
 class L3NextHop2Table::EntryHandle final : public Asic::SwTable::EntryHandle {
  public:
+   static constexpr char const* typeName() { return L3NextHop2Table::typeName(); }
+
    EntryHandle(Key const& key, L3NextHop2Table* table);
    ~EntryHandle() override;
 

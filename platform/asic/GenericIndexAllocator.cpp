@@ -18,7 +18,8 @@ GenericIndexAllocator::Holder::~Holder() {
 
 std::uint32_t
 GenericIndexAllocator::HolderTraits::hash(Key const& key) {
-   return key.type->hash(key.value, Nuv::collectionHashSeed());
+   static constexpr auto salt = Nuv::collectionSalt("Asic::GenericIndexAllocator");
+   return key.type->hash(key.value, Nuv::collectionHashSeed(salt));
 }
 
 bool

@@ -18,10 +18,21 @@ std::uint32_t hashSeed();
 /// that exist would otherwise lose their order.
 bool hashSeedIs(std::uint32_t seed);
 
-/// The seed that hash collections start from.
+/// The seed that hash collections start from. Collections that are filled by walking over each other must not
+/// share a salt: elements that come in the order of their hashes would all crowd at one end.
 inline std::uint32_t
-collectionHashSeed() {
-   return hashSeed() ^ 0x1e7eda4a;
+collectionHashSeed(std::uint32_t salt = 0x1e7eda4a) {
+   return hashSeed() ^ salt;
+}
+
+/// A salt for the collections of one type, by its name: its FNV-1a hash (draft-eastlake-fnv).
+constexpr std::uint32_t
+collectionSalt(std::string_view typeName) {
+   std::uint32_t hash = 0x811c9dc5;
+   for (char character : typeName) {
+      hash = (hash ^ std::uint8_t(character)) * 0x01000193;
+   }
+   return hash;
 }
 
 /// Mixes values into one 32-bit hash: a seed, any number of `mix...`, one `result`.
@@ -50,6 +61,7 @@ class HashAccumulator {
    }
 
    constexpr std::uint32_t result() const { return std::uint32_t(state_ >> 32); }
+   constexpr std::uint64_t result64() const { return state_; }
 
  private:
    static std::uint64_t word(unsigned char const* at, std::size_t size) {
