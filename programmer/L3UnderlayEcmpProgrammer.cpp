@@ -9,6 +9,9 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3UnderlayEcmpProgrammer");
+Nuv::RegisteredClass<L3UnderlayEcmpProgrammer> const programmerType(module);
+
+[[maybe_unused]] Pelm::String const namespacePrefix("ns-");
 
 // Profiles that every underlay next hop and member carries.
 constexpr std::uint8_t ingStrengthProfile = 5;

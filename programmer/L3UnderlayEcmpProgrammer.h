@@ -28,6 +28,15 @@ class L3UnderlayEcmpProgrammer final : public Nuv::Object {
    static Nuv::Ptr<L3UnderlayEcmpProgrammer>
    L3UnderlayEcmpProgrammerIs(Fcsd const& fcsd, KalloEm const& kalloEm, LocalEm const& localEm);
 
+   static constexpr char const* typeName() { return "ZandorL3Tunnel::L3UnderlayEcmpProgrammer"; }
+   static constexpr auto attributeList() {
+      using Self = L3UnderlayEcmpProgrammer;
+      return std::tuple(Nuv::attribute("fcsd", &Self::fcsd), Nuv::attribute("kalloEm", &Self::kalloEm),
+                        Nuv::attribute("localEm", &Self::localEm),
+                        Nuv::attribute("l3EcmpNextHopTable", &Self::l3EcmpNextHopTable),
+                        Nuv::attribute("l3EcmpMemberTable", &Self::l3EcmpMemberTable),
+                        Nuv::attribute("egrL3Oif2", &Self::egrL3Oif2));
+   }
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 

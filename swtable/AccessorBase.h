@@ -32,6 +32,18 @@ class AccessorBase {
                             Nuv::TextRef key);
 };
 
+/// Holds two objects as one.
+class JointHold final : public Nuv::Object {
+ public:
+   using Hold = Nuv::Ptr<Nuv::Object const>;
+
+   JointHold(Hold first, Hold second) : first_(std::move(first)), second_(std::move(second)) {}
+
+ private:
+   Hold first_;
+   Hold second_;
+};
+
 /// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry
 /// meanwhile.
 class WriteWatch {

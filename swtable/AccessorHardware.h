@@ -114,12 +114,15 @@ SwTable::Accessor<T>::rowsAre(Handle& eh, Index base) const {
    }
 }
 
-// What an entry's row points at is held with the row, beyond the entry's own end.
+// What an entry's row points at is held with the row, beyond the entry's own end. Nearly every entry needs
+// one other at the most, which is then held itself.
 template <class T>
 HwTable::Hold
 SwTable::Accessor<T>::holdOf(Entry const& entry) {
    HwTable::Hold hold;
-   forEachNeededHandle(entry, [&](NeededHandle const& needed) { hold = needed; });
+   forEachNeededHandle(entry, [&](NeededHandle const& needed) {
+      hold = hold ? Nuv::make<ZandorL3Tunnel::JointHold>(hold, needed) : HwTable::Hold(needed);
+   });
    return hold;
 }
 

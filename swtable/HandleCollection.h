@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/asic/SwTableBase.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
 #include "platform/nuv/Ptr.h"
@@ -38,6 +39,17 @@ class HandleCollection {
       auto hash = Traits::hash(handle.key());
       auto const* slot = handles_.findHashed(hash, handle.key());
       return slot && *slot == &handle && handles_.eraseHashed(hash, handle.key());
+   }
+
+   /// The handle at that address, or null. Walks the collection.
+   Nuv::Ptr<Asic::SwTableBase::EntryHandle const> at(std::uintptr_t address) const {
+      for (auto* handle : handles_) {
+         Asic::SwTableBase::EntryHandle const* base = handle;
+         if (reinterpret_cast<std::uintptr_t>(base) == address) {
+            return base;
+         }
+      }
+      return nullptr;
    }
 
    std::size_t size() const { return handles_.size(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/UtilFactory.h"
+#include "platform/nuv/TypeInfo.h"
 #include "plugin/UtilLoader.h"
 #include "swtable/Accessor.h"
 #include "swtable/HandleCollection.h"
@@ -37,6 +38,17 @@ class TableCore : public Base {
    using Accessor = Asic::SwTable::Accessor<T>;
 
    static Pelm::String typeName() { return Sheet::typeName(); }
+   /// Published attributes. A table with an allocator publishes that too.
+   static constexpr auto attributeList() {
+      auto common = std::tuple(Nuv::attribute("util", &TableCore::util),
+                               Nuv::attribute("writeResponseSm", &TableCore::writeResponseSm));
+      if constexpr (std::same_as<typename Sheet::Source, KeyIsIndex>) {
+         return common;
+      } else {
+         return std::tuple_cat(std::tuple(Nuv::attribute("indexAllocator", &TableCore::indexAllocator)),
+                               common);
+      }
+   }
    Nuv::FwkType fwkType() const override { return T::staticFwkType(); }
 
    /// Whether the chip's answers are awaited.
@@ -76,6 +88,9 @@ class TableCore : public Base {
    Accessor accessor() const { return Accessor(self()); }
 
    void doInitComplete() override;
+   Nuv::Ptr<Asic::SwTableBase::EntryHandle const> handleAt(std::uintptr_t address) const override {
+      return handles_.at(address);
+   }
    Pelm::String hwTableName() const override { return Sheet::hwTableName(); }
    void utilIs(Nuv::Ptr<Asic::HwTable> const& table) override;
    Asic::HwTable* hwTable() const override { return util_ ? &util_->hwTable() : nullptr; }

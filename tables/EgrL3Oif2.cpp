@@ -5,6 +5,10 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("EgrL3Oif2");
+Nuv::RegisteredValue<EgrL3Oif2::Entry> const entryType(module);
+Nuv::RegisteredClass<EgrL3Oif2> const tableType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(egrL3Oif2Factory(name));
+});
 
 } // namespace
 

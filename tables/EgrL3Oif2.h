@@ -19,10 +19,11 @@ struct EgrL3Oif2Sheet {
       std::uint16_t tnlVlanTag{};
 
       static constexpr auto fieldList() {
-         return Nuv::fieldList("ZandorL3Tunnel::EgrL3Oif2::Entry",
-                               Nuv::field("isUnderlayL2HdrTagged", &Entry::isUnderlayL2HdrTagged),
-                               Nuv::field("srcMacAddress", &Entry::srcMacAddress),
-                               Nuv::field("tnlVlanTag", &Entry::tnlVlanTag));
+         return Nuv::fieldList(
+               "ZandorL3Tunnel::EgrL3Oif2::Entry",
+               Nuv::field("isUnderlayL2HdrTagged", &Entry::isUnderlayL2HdrTagged).withAnyBlanks(),
+               Nuv::field("srcMacAddress", &Entry::srcMacAddress).withAnyBlanks(),
+               Nuv::field("tnlVlanTag", &Entry::tnlVlanTag).withAnyBlanks());
       }
    };
 };

@@ -5,6 +5,10 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3EcmpGroup0Table");
+Nuv::RegisteredValue<L3EcmpGroup0Table::Entry> const entryType(module);
+Nuv::RegisteredClass<L3EcmpGroup0Table> const tableType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(l3EcmpGroup0TableFactory(name));
+});
 
 } // namespace
 

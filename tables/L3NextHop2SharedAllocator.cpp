@@ -5,6 +5,9 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3NextHop2SharedAllocator");
+Nuv::RegisteredClass<L3NextHop2SharedAllocator> const allocatorType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(l3NextHop2SharedAllocatorFactory(name));
+});
 
 } // namespace
 

@@ -11,6 +11,17 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3NextHop2Table");
+Nuv::RegisteredValue<IngL3NextHop2Table::Entry> const ingEntryType(module);
+Nuv::RegisteredValue<EgrL3NextHop2::Entry> const egrEntryType(module);
+Nuv::RegisteredClass<IngL3NextHop2Table> const ingTableType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(ingL3NextHop2TableFactory(name));
+});
+Nuv::RegisteredClass<EgrL3NextHop2> const egrTableType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(egrL3NextHop2Factory(name));
+});
+Nuv::RegisteredClass<L3NextHop2Table> const tableType(module, [](Pelm::String const&) {
+   return Nuv::Ptr<Nuv::Object>(l3NextHop2TableFactory());
+});
 
 Nuv::NuvType const&
 keyType() {

@@ -28,6 +28,11 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
    ~L3NextHop2Table() override;
 
    static constexpr char const* typeName() { return "ZandorL3Tunnel::L3NextHop2Table"; }
+   static constexpr auto attributeList() {
+      return std::tuple(Nuv::attribute("ingL3NextHop2Table", &L3NextHop2Table::ingL3NextHop2Table),
+                        Nuv::attribute("egrL3NextHop2", &L3NextHop2Table::egrL3NextHop2),
+                        Nuv::attribute("indexAllocator", &L3NextHop2Table::indexAllocator));
+   }
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 
@@ -59,6 +64,7 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
    void cleanup() override;
 
  protected:
+   HandlePtr handleAt(std::uintptr_t address) const override { return handles_.at(address); }
    void doInitEnclosed(Asic::UnitId, Nuv::Ptr<Kallo::EntityManager> const&, Asic::ChipInfo const&) override;
    void doInitComplete() override;
 

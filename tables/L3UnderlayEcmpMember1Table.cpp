@@ -5,6 +5,10 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3UnderlayEcmpMember1Table");
+Nuv::RegisteredValue<L3UnderlayEcmpMember1Table::Entry> const entryType(module);
+Nuv::RegisteredClass<L3UnderlayEcmpMember1Table> const tableType(module, [](Pelm::String const&) {
+   return Nuv::Ptr<Nuv::Object>(l3UnderlayEcmpMember1TableFactory());
+});
 
 } // namespace
 

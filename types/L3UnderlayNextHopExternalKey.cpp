@@ -1,3 +1,4 @@
+#include "platform/nuv/TypeInfo.h"
 #include "types/L3UnderlayNextHopKey.h"
 #include "types/L3Via.h"
 
@@ -6,6 +7,11 @@ namespace ZandorL3Tunnel {
 namespace {
 
 Nuv::Module const module("L3UnderlayNextHopExternalKey");
+Nuv::RegisteredValue<L3ViaEntry> const viaEntryType(module);
+Nuv::RegisteredValue<L3UnderlayNextHopKey> const nextHopKeyType(module);
+Nuv::RegisteredClass<L3Via> const viaType(module, [](Pelm::String const&) {
+   return Nuv::Ptr<Nuv::Object>(l3ViaFactory());
+});
 
 } // namespace
 

@@ -11,6 +11,12 @@ struct L3UnderlayNextHopKey : Nuv::Record<L3UnderlayNextHopKey> {
    BrixL3Intf::L3Id l3Id;
    ZandorCentral::VirtualPort l2If;
 
+   L3UnderlayNextHopKey() = default;
+
+   /// Reads the text form from the front of `range`. A field that cannot be read is a
+   /// `Nuv::DeserializeException` with its name.
+   explicit L3UnderlayNextHopKey(Nuv::TextRange& range) : L3UnderlayNextHopKey(fromRange(range)) {}
+
    static constexpr auto fieldList() {
       return Nuv::fieldList("ZandorL3Tunnel::L3UnderlayNextHopKey",
                             Nuv::field("nhEntryType", &L3UnderlayNextHopKey::nhEntryType),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/HashMap.h"
+#include "platform/nuv/TypeInfo.h"
 #include "types/L3ViaEntry.h"
 
 namespace ZandorL3Tunnel {
@@ -21,6 +22,8 @@ class L3Via final : public Nuv::Object {
    void viaDel(L3ViaEntry const& entry);
    void viaDelAll();
 
+   static constexpr char const* typeName() { return "ZandorL3Tunnel::L3Via"; }
+   static constexpr auto attributeList() { return std::tuple(Nuv::attribute("via", &L3Via::via)); }
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 

@@ -15,6 +15,12 @@ struct L3ViaEntry : Nuv::Record<L3ViaEntry> {
    BrixL3Intf::L3Id l3Id;
    ZandorCentral::VirtualPort l2If;
 
+   L3ViaEntry() = default;
+
+   /// Reads the text form from the front of `range`. A field that cannot be read is a
+   /// `Nuv::DeserializeException` with its name.
+   explicit L3ViaEntry(Nuv::TextRange& range) : L3ViaEntry(fromRange(range)) {}
+
    static constexpr auto fieldList() {
       return Nuv::fieldList("ZandorL3Tunnel::L3ViaEntry", Nuv::field("nhEntryType", &L3ViaEntry::nhEntryType),
                             Nuv::field("macAddr", &L3ViaEntry::macAddr),

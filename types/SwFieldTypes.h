@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/nuv/Exception.h"
+#include "platform/nuv/EnumType.h"
 #include "platform/nuv/Hash.h"
-#include "platform/nuv/Text.h"
 
 #include <compare>
 #include <cstdint>
+#include <iosfwd>
 #include <limits>
 
 namespace ZandorL3Tunnel {
@@ -18,6 +18,59 @@ enum class DestinationType : std::uint8_t {
    unicast = 4,
    system = 8
 };
+
+/// Strength profiles of next hops: an index of 8 bits, named by its number.
+enum class L3UnderlayIngNextHopStrengthProfileIndex : std::uint8_t {};
+enum class L3UnderlayEgrNextHopStrengthProfileIndex : std::uint8_t {};
+
+/// The type system's descriptor of a value, by number or by name. A `Nuv::RangeException` when there is none.
+Nuv::EnumInstance const& destinationTypeInstance(unsigned number);
+Nuv::EnumInstance const& destinationTypeInstance(Pelm::String const& name);
+Nuv::EnumInstance const& l3UnderlayIngNextHopStrengthProfileIndexInstance(unsigned number);
+Nuv::EnumInstance const& l3UnderlayIngNextHopStrengthProfileIndexInstance(Pelm::String const& name);
+Nuv::EnumInstance const& l3UnderlayEgrNextHopStrengthProfileIndexInstance(unsigned number);
+Nuv::EnumInstance const& l3UnderlayEgrNextHopStrengthProfileIndexInstance(Pelm::String const& name);
+
+/// A value's name; its number in decimal where it has none.
+Pelm::String stringValue(DestinationType value);
+Pelm::String stringValue(L3UnderlayIngNextHopStrengthProfileIndex value);
+Pelm::String stringValue(L3UnderlayEgrNextHopStrengthProfileIndex value);
+
+/// The enumerations that the functions below serve.
+template <class E>
+concept FieldEnum =
+      std::same_as<E, DestinationType> || std::same_as<E, L3UnderlayIngNextHopStrengthProfileIndex> ||
+      std::same_as<E, L3UnderlayEgrNextHopStrengthProfileIndex>;
+
+/// Reads a value's name from the front of a character range; a `Nuv::RangeException` when there is none.
+void parseText(Nuv::TextRange& range, DestinationType& value);
+void parseText(Nuv::TextRange& range, L3UnderlayIngNextHopStrengthProfileIndex& value);
+void parseText(Nuv::TextRange& range, L3UnderlayEgrNextHopStrengthProfileIndex& value);
+
+template <FieldEnum E>
+void
+appendText(Pelm::String& out, E value) {
+   out.append(stringValue(value));
+}
+
+template <FieldEnum E>
+Pelm::String
+valueToStrep(E value) {
+   return stringValue(value);
+}
+
+/// Sets `value` from the name that is exactly the character range.
+template <FieldEnum E>
+void
+sequenceToValue(char const* begin, char const* end, E& value) {
+   value = Nuv::valueFromText<E>(Pelm::StringView(begin, std::size_t(end - begin)));
+}
+
+template <FieldEnum E>
+std::ostream&
+operator<<(std::ostream& stream, E value) {
+   return Nuv::writeText(stream, stringValue(value));
+}
 
 /// Number of 13 bits, 0 to 0x1fff. A larger one is a range error.
 class U13 {
@@ -32,6 +85,9 @@ class U13 {
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value_, seed); }
    friend auto operator<=>(U13 const&, U13 const&) = default;
    friend void appendText(Pelm::String& out, U13 number) { Nuv::appendText(out, unsigned(number.value_)); }
+   friend void parseText(Nuv::TextRange& range, U13& number) {
+      number = U13(std::uint32_t(range.number(std::numeric_limits<std::uint32_t>::max())));
+   }
 
  private:
    std::uint16_t value_{};

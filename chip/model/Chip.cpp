@@ -18,12 +18,8 @@ Table::row(Asic::Index index) const {
    return std::span(words_).subspan(std::size_t(index) * layout_.wordsPerRow, layout_.wordsPerRow);
 }
 
-// Without its chip a table takes commands and never answers them.
 void
 Table::issue(Command command, Asic::Index index, std::span<std::uint32_t const> words) {
-   if (!chip_) {
-      return;
-   }
    Chip::Command queued{this, command, index, !words.empty(), {}};
    std::copy(words.begin(), words.end(), queued.words);
    chip_->commandIs(queued);
@@ -47,7 +43,7 @@ Table::chipGone() {
    abandon();
 }
 
-Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes) : loop_(loop) {
+Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes) : loop_(loop.link()) {
    chipInfo_.sharedAllocators = Nuv::make<Asic::SharedAllocators>();
    for (auto const* layout : layouts) {
       auto size = sizes.find(layout->table);
@@ -79,7 +75,7 @@ Chip::table(Pelm::String const& name) const {
 void
 Chip::commandIs(Command const& command) {
    issued_.push_back(command);
-   loop_.schedule(applyStep_);
+   loop_->schedule(applyStep_);
 }
 
 void
@@ -87,11 +83,11 @@ Chip::applyNext() {
    auto command = issued_.front();
    issued_.pop_front();
    if (!issued_.empty()) {
-      loop_.schedule(applyStep_);
+      loop_->schedule(applyStep_);
    }
    command.table->apply(command.index, command.words, command.isWrite);
    applied_.emplace_back(command.table, command.number);
-   loop_.schedule(answerStep_);
+   loop_->schedule(answerStep_);
    if (rowObserver_) {
       rowObserver_(*command.table, command.index);
    }
@@ -102,7 +98,7 @@ Chip::answerNext() {
    auto [table, number] = applied_.front();
    applied_.pop_front();
    if (!applied_.empty()) {
-      loop_.schedule(answerStep_);
+      loop_->schedule(answerStep_);
    }
    table->answered(number);
 }

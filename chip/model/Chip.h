@@ -90,7 +90,7 @@ class Chip final : public Nuv::Object {
    void applyNext();
    void answerNext();
 
-   Nuv::ReactionLoop& loop_;
+   Nuv::Ptr<Nuv::ReactionLoop::Link> loop_;
    ZandorCentral::ChipInfo chipInfo_;
    std::vector<Nuv::Ptr<Table>> tables_;
    std::deque<Command> issued_;

@@ -52,6 +52,19 @@ inline constexpr RowLayout layout{"L3UnderlayEcmpMember1Table", "model/L3Underla
 
 } // namespace L3UnderlayEcmpMember1Table
 
+/// Level-0 ECMP member: 3 words.
+namespace L3EcmpMember0Table {
+
+inline constexpr BitField valid{"valid", 0, 1};
+inline constexpr BitField hasNextHop{"hasNextHop", 1, 1};
+inline constexpr BitField hasDestination{"hasDestination", 2, 1};
+inline constexpr BitField nextHop{"nextHop", 32, 32};
+inline constexpr BitField destination{"destination", 64, 32};
+inline constexpr BitField fields[] = {valid, hasNextHop, hasDestination, nextHop, destination};
+inline constexpr RowLayout layout{"L3EcmpMember0Table", "model/L3EcmpMember0Table", 3, 65536, fields};
+
+} // namespace L3EcmpMember0Table
+
 /// ECMP group: 3 words.
 namespace L3EcmpGroup0Table {
 
@@ -65,8 +78,8 @@ inline constexpr RowLayout layout{"L3EcmpGroup0Table", "model/L3EcmpGroup0Table"
 } // namespace L3EcmpGroup0Table
 
 /// Every table of the chip.
-inline constexpr RowLayout const* layouts[] = {&EgrL3Oif2::layout, &IngL3NextHop2Table::layout,
-                                               &EgrL3NextHop2::layout, &L3UnderlayEcmpMember1Table::layout,
-                                               &L3EcmpGroup0Table::layout};
+inline constexpr RowLayout const* layouts[] = {
+      &EgrL3Oif2::layout,          &IngL3NextHop2Table::layout,         &EgrL3NextHop2::layout,
+      &L3EcmpMember0Table::layout, &L3UnderlayEcmpMember1Table::layout, &L3EcmpGroup0Table::layout};
 
 } // namespace ModelChip

@@ -8,4 +8,7 @@ namespace SwTableWorkaround {
 /// process, so entries that do not care are equal.
 Nuv::Ptr<Asic::SwTableBase::EntryHandle const> dontCareHandle(Asic::Index index);
 
+/// The don't-care handle at that address, or null.
+Nuv::Ptr<Asic::SwTableBase::EntryHandle const> dontCareHandleAt(std::uintptr_t address);
+
 } // namespace SwTableWorkaround

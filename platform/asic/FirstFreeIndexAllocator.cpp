@@ -1,5 +1,7 @@
 #include "platform/asic/FirstFreeIndexAllocator.h"
 
+#include <algorithm>
+
 namespace Asic {
 
 Index
@@ -18,8 +20,34 @@ FirstFreeIndexAllocator::newIndexForKey(Nuv::NuvType const& type, void const* ke
 
 void
 FirstFreeIndexAllocator::reserveIndices(Index first, Index second) {
-   for (Index index = first; index < second && index < numEntries(); ++index) {
+   Range range{first, second};
+   if (first < second && std::find(reserved_.begin(), reserved_.end(), range) == reserved_.end()) {
+      reserved_.push_back(range);
+      takeReserved(range);
+   }
+}
+
+void
+FirstFreeIndexAllocator::takeReserved(Range range) {
+   for (Index index = range.first; index < range.second && index < taken_.size(); ++index) {
       taken_.take(index);
+   }
+}
+
+void
+FirstFreeIndexAllocator::doGrow(Index number) {
+   taken_.grow(number);
+   for (auto range : reserved_) {
+      takeReserved(range);
+   }
+}
+
+void
+FirstFreeIndexAllocator::doRelease(Index base, Index) {
+   bool isReserved = std::any_of(reserved_.begin(), reserved_.end(),
+                                 [base](Range range) { return range.first <= base && base < range.second; });
+   if (!isReserved) {
+      taken_.give(base);
    }
 }
 

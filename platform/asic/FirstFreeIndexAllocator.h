@@ -14,17 +14,26 @@ class FirstFreeIndexAllocator : public GenericIndexAllocator {
    /// index when none is free.
    Index newIndexForKey(Nuv::NuvType const& type, void const* key);
 
-   /// Keeps the indices from `first` up to, but not including, `second` from ever being given out. Saying it
-   /// again changes nothing; an index that is held stays with its key.
+   /// Keeps the indices from `first` up to, but not including, `second` from ever being given out, those
+   /// included that the allocator has only once it has grown. Saying it again changes nothing; an index that
+   /// is held stays with its key, and is not given out after it.
    void reserveIndices(Index first, Index second);
 
    Index used() const override { return taken_.used(); }
 
  private:
-   void doGrow(Index number) override { taken_.grow(number); }
-   void doRelease(Index base, Index) override { taken_.give(base); }
+   struct Range {
+      Index first;
+      Index second;
+      friend bool operator==(Range const&, Range const&) = default;
+   };
+
+   void doGrow(Index number) override;
+   void doRelease(Index base, Index) override;
+   void takeReserved(Range range);
 
    IndexBitmap taken_;
+   std::vector<Range> reserved_;
 };
 
 } // namespace Asic

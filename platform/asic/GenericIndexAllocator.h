@@ -2,8 +2,7 @@
 
 #include "platform/asic/Index.h"
 #include "platform/nuv/HashTable.h"
-#include "platform/nuv/NuvType.h"
-#include "platform/nuv/Ptr.h"
+#include "platform/nuv/TypeInfo.h"
 
 #include <memory>
 #include <vector>
@@ -21,6 +20,12 @@ class GenericIndexAllocator : public Nuv::Object {
    };
 
    ~GenericIndexAllocator() override;
+
+   static constexpr auto attributeList() {
+      return std::tuple(Nuv::attribute("name", &GenericIndexAllocator::name),
+                        Nuv::attribute("numEntries", &GenericIndexAllocator::numEntries),
+                        Nuv::attribute("initialized", &GenericIndexAllocator::initialized));
+   }
 
    Pelm::String const& name() const { return name_; }
 

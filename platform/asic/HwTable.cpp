@@ -21,9 +21,9 @@ struct HwTable::Chunk {
    std::vector<std::uint32_t> words;
 };
 
-HwTable::HwTable(Shape shape, Nuv::ReactionLoop& loop) : shape_(std::move(shape)), loop_(loop) {
+HwTable::HwTable(Shape shape, Nuv::ReactionLoop& loop) : shape_(std::move(shape)), loop_(loop.link()) {
    NUV_ASSERT(shape_.wordsPerRow >= 1 && shape_.wordsPerRow <= maxWords, shape_.name);
-   chunks_.resize((shape_.numEntries + rowsPerChunk - 1) / rowsPerChunk);
+   chunks_.resize(shape_.numEntries / rowsPerChunk + (shape_.numEntries % rowsPerChunk != 0));
 }
 
 HwTable::~HwTable() = default;
@@ -57,6 +57,9 @@ HwTable::unanswered(Command command) {
 void
 HwTable::rowIs(Index index, std::span<std::uint32_t const> words, SwTable::EntryHandle& owner, Hold hold) {
    NUV_ASSERT(contains(index) && words.size() == shape_.wordsPerRow, shape_.name);
+   if (isAbandoned_) {
+      return;
+   }
    std::uint32_t* issued{};
    Row& at = row(index, issued);
    if (at.isPresent && std::equal(words.begin(), words.end(), issued)) {
@@ -80,13 +83,14 @@ HwTable::equalRowIs(Index index, Row& at, SwTable::EntryHandle& owner, Hold hold
       return;
    }
    std::swap(at.hold, hold);
-   equalWrites_.push_back({index, at.issued, std::move(table)});
-   loop_.schedule(*this);
+   at.equalWrite = ++equalWritesSoFar_;
+   equalWrites_.push_back({index, at.issued, at.equalWrite, std::move(table)});
+   loop_->schedule(*this);
 }
 
 void
 HwTable::rowDel(Index index, SwTable::EntryHandle const& owner, SwTable* table) {
-   if (!contains(index)) {
+   if (!contains(index) || isAbandoned_) {
       return;
    }
    std::uint32_t* issued{};
@@ -141,27 +145,31 @@ HwTable::confirm(Row const& at, SwTable* table) {
 
 void
 HwTable::react() {
+   if (equalWrites_.empty()) {
+      return;
+   }
    auto write = std::move(equalWrites_.front());
    equalWrites_.pop_front();
    if (!equalWrites_.empty()) {
-      loop_.schedule(*this);
+      loop_->schedule(*this);
    }
    std::uint32_t* words{};
    Row& at = row(write.index, words);
-   if (at.issued == write.issued) {
+   // An equal write behind this one is a later command as well: whoever made it hears of his own.
+   if (at.issued == write.issued && at.equalWrite == write.number) {
       confirm(at, write.table.get());
    }
 }
 
 void
 HwTable::abandon() {
+   isAbandoned_ = true;
    auto commands = std::move(commands_);
    auto equalWrites = std::move(equalWrites_);
    auto chunks = std::move(chunks_);
    commands_.clear();
    equalWrites_.clear();
    chunks_.clear();
-   chunks_.resize(chunks.size());
 }
 
 } // namespace Asic

@@ -66,7 +66,7 @@ class HwTable : public Nuv::Object, private Nuv::Reaction {
    /// The chip has carried out `command`. Called from the reaction loop, once for each command, in any order.
    void answered(Command command);
 
-   /// The chip is gone: no more answers come, nothing is held for it.
+   /// The chip is gone: no more answers come, nothing is held for it, and no more commands are issued.
    void abandon();
 
  private:
@@ -74,6 +74,7 @@ class HwTable : public Nuv::Object, private Nuv::Reaction {
       SwTable::EntryHandle* owner{};
       Command issued{};
       Command confirmed{};
+      std::uint64_t equalWrite{}; ///< the newest equal write
       Hold hold;
       bool isPresent{};
    };
@@ -90,6 +91,7 @@ class HwTable : public Nuv::Object, private Nuv::Reaction {
    struct EqualWrite {
       Index index{};
       Command issued{};
+      std::uint64_t number{};
       Nuv::Ptr<SwTable> table;
    };
 
@@ -101,9 +103,11 @@ class HwTable : public Nuv::Object, private Nuv::Reaction {
    static void confirm(Row const& row, SwTable* table);
 
    Shape shape_;
-   Nuv::ReactionLoop& loop_;
+   Nuv::Ptr<Nuv::ReactionLoop::Link> loop_;
    std::vector<std::unique_ptr<Chunk>> chunks_;
+   bool isAbandoned_{};
    Command nextCommand_{1};
+   std::uint64_t equalWritesSoFar_{};
    std::deque<Unanswered> commands_;
    std::deque<EqualWrite> equalWrites_;
 };

@@ -1,6 +1,64 @@
 #include "platform/asic/SwTableBase.h"
 
+#include "platform/asic/DontCareHandle.h"
+
 namespace Asic {
+
+namespace {
+
+SwTableBase* liveTables = nullptr;
+
+} // namespace
+
+SwTableBase::SwTableBase(Pelm::String name) : name_(std::move(name)), next_(liveTables) {
+   if (next_) {
+      next_->previous_ = this;
+   }
+   liveTables = this;
+}
+
+SwTableBase::~SwTableBase() {
+   (previous_ ? previous_->next_ : liveTables) = next_;
+   if (next_) {
+      next_->previous_ = previous_;
+   }
+}
+
+Nuv::Ptr<SwTableBase::EntryHandle const>
+SwTableBase::handleAt(std::uintptr_t) const {
+   return nullptr;
+}
+
+Nuv::Ptr<SwTableBase::EntryHandle const>
+SwTableBase::liveHandle(std::uintptr_t address) {
+   for (auto const* table = liveTables; table; table = table->next_) {
+      if (auto handle = table->handleAt(address)) {
+         return handle;
+      }
+   }
+   return nullptr;
+}
+
+void
+parseText(Nuv::TextRange& range, Nuv::Ptr<SwTableBase::EntryHandle const>& handle) {
+   auto before = range;
+   range.require("0x");
+   std::uintptr_t address = 0;
+   do {
+      if (address >> (8 * sizeof address - 4)) {
+         throw before.expected("the address of a handle");
+      }
+      address = address << 4 | range.hexDigit();
+   } while (range.atHexDigit());
+   auto found = address == 0 ? nullptr : SwTableBase::liveHandle(address);
+   if (!found && address != 0) {
+      found = SwTableWorkaround::dontCareHandleAt(address);
+   }
+   if (!found && address != 0) {
+      throw before.expected("the address of a handle");
+   }
+   handle = found;
+}
 
 void
 appendText(Pelm::String& out, SwTableBase::EntryState state) {

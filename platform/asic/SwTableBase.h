@@ -4,6 +4,7 @@
 #include "platform/nuv/Notifiee.h"
 #include "platform/nuv/Ptr.h"
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 namespace Asic {
 
@@ -33,14 +34,28 @@ class SwTableBase : public Nuv::Object {
    /// The index by which another table's row names the entry of `handle`; the invalid index without a handle.
    static Index getHwIndexForDependentField(Nuv::Ptr<EntryHandle const> const& handle);
 
+   /// The handle at `address`, if a live table has one there; null otherwise. Walks the live tables.
+   static Nuv::Ptr<EntryHandle const> liveHandle(std::uintptr_t address);
+
  protected:
-   explicit SwTableBase(Pelm::String name) : name_(std::move(name)) {}
+   explicit SwTableBase(Pelm::String name);
+   ~SwTableBase() override;
+
+   /// The table's own handle at `address`, or null.
+   virtual Nuv::Ptr<EntryHandle const> handleAt(std::uintptr_t address) const;
 
  private:
    Pelm::String name_;
+   // The live tables are one list through the process.
+   SwTableBase* previous_{};
+   SwTableBase* next_{};
 };
 
 void appendText(Pelm::String& out, SwTableBase::EntryState);
+
+/// Reads the address of a handle. Only null, a don't-care handle and the handle of a live table are found;
+/// any other address is a `Nuv::RangeException`, so text never makes a pointer of its own.
+void parseText(Nuv::TextRange& range, Nuv::Ptr<SwTableBase::EntryHandle const>& handle);
 
 /// The counted handle of one entry: what users hold, and where they see how far the entry has come.
 ///

@@ -3,7 +3,13 @@
 namespace Asic {
 
 SwTable::UnresolvedEntry::UnresolvedEntry() = default;
-SwTable::UnresolvedEntry::~UnresolvedEntry() = default;
+
+// A handle that ends with its machine announces that, and nobody is here to listen any more.
+SwTable::UnresolvedEntry::~UnresolvedEntry() {
+   for (auto const& sm : sms_) {
+      sm->leave();
+   }
+}
 
 SwTable::UnresolvedEntry::NeededEntryHandleSm::NeededEntryHandleSm(UnresolvedEntry& owner,
                                                                    NeededHandle handle, std::size_t position)
@@ -39,9 +45,10 @@ SwTable::UnresolvedEntry::neededEntryHandleSmDel(NeededEntryHandleSm& sm) {
    failed_ -= sm.failed_ ? 1 : 0;
    std::swap(sms_[position], sms_.back());
    sms_[position]->position_ = position;
-   // The machine goes last: the handle that it held may be the last on its entry.
+   // The machine goes last, and hears no more: the handle that it held may be the last on its entry.
    auto gone = std::move(sms_.back());
    sms_.pop_back();
+   gone->leave();
 }
 
 void

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 #include <cstdint>
 
@@ -17,5 +18,6 @@ enum class NextHopEntryType : std::uint8_t {
 
 /// Prints as its name, or as a decimal number where it has none.
 void appendText(Pelm::String& out, NextHopEntryType);
+void parseText(Nuv::TextRange& range, NextHopEntryType& type);
 
 } // namespace Brix

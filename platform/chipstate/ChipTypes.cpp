@@ -23,6 +23,25 @@ appendText(Pelm::String& out, NextHopEntryType type) {
    Nuv::appendText(out, unsigned(type));
 }
 
+void
+parseText(Nuv::TextRange& range, NextHopEntryType& type) {
+   static constexpr NextHopEntryType named[] = {NextHopEntryType::receive, NextHopEntryType::unicast,
+                                                NextHopEntryType::drop, NextHopEntryType::glean,
+                                                NextHopEntryType::tunnelUnicast};
+   auto before = range;
+   auto word = range.word();
+   for (auto candidate : named) {
+      if (Nuv::text(candidate) == word) {
+         type = candidate;
+         return;
+      }
+   }
+   range = before;
+   std::uint8_t number{};
+   parseText(range, number);
+   type = NextHopEntryType(number);
+}
+
 } // namespace Brix
 
 namespace Fendo {
@@ -48,6 +67,21 @@ EthAddr::fromValue(std::uint64_t number) {
 void
 appendText(Pelm::String& out, EthAddr const& address) {
    fmt::format_to(std::back_inserter(out), "{:02x}", fmt::join(address.bytes, ":"));
+}
+
+void
+parseText(Nuv::TextRange& range, EthAddr& address) {
+   EthAddr read;
+   bool isFirst = true;
+   for (auto& byte : read.bytes) {
+      if (!isFirst) {
+         range.require(":");
+      }
+      isFirst = false;
+      auto high = range.hexDigit();
+      byte = std::uint8_t(high << 4 | range.hexDigit());
+   }
+   address = read;
 }
 
 } // namespace Fendo

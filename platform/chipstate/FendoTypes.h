@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 #include <array>
 #include <compare>
@@ -21,6 +22,8 @@ struct EthAddr {
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
    friend auto operator<=>(EthAddr const&, EthAddr const&) = default;
    friend void appendText(Pelm::String& out, EthAddr const&);
+   /// Reads six pairs of hexadecimal digits, in either case, between colons.
+   friend void parseText(Nuv::TextRange& range, EthAddr& address);
 };
 
 } // namespace Fendo

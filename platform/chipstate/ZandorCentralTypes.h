@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 #include <compare>
 #include <cstdint>
@@ -23,6 +24,7 @@ struct VirtualPort {
    }
    friend auto operator<=>(VirtualPort const&, VirtualPort const&) = default;
    friend void appendText(Pelm::String& out, VirtualPort port) { Nuv::appendText(out, unsigned(port.value)); }
+   friend void parseText(Nuv::TextRange& range, VirtualPort& number) { parseText(range, number.value); }
 };
 
 } // namespace ZandorCentral

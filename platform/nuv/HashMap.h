@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
+#include "platform/nuv/Text.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -137,6 +138,13 @@ class HashMap {
  private:
    Table table_;
 };
+
+/// A collection has no text of its own.
+template <class K, class V>
+void
+appendText(Pelm::String& out, HashMap<K, V> const&) {
+   out.append("None");
+}
 
 } // namespace Nuv
 

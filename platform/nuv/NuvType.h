@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 #include <cstring>
 

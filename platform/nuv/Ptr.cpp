@@ -4,9 +4,32 @@
 
 namespace Nuv {
 
+bool Object::isThreadSafe_ = false;
+
+bool
+threadSafePtr() {
+   return Object::isThreadSafe_;
+}
+
+void
+threadSafePtrIs(bool isThreadSafe) {
+   Object::isThreadSafe_ = isThreadSafe;
+}
+
+// The flags share their word with the count, which other threads may be changing.
+void
+Object::flagIs(std::uint32_t flag, bool value) {
+   std::atomic_ref word(word_);
+   if (value) {
+      word.fetch_or(flag, std::memory_order_relaxed);
+   } else {
+      word.fetch_and(~flag, std::memory_order_relaxed);
+   }
+}
+
 void
 Object::hasNotificationActiveIs(bool active) {
-   word_ = active ? word_ | notificationFlag : word_ & ~notificationFlag;
+   flagIs(notificationFlag, active);
 }
 
 void
@@ -14,11 +37,13 @@ Object::zeroReferences() {
    if (word_ & zeroReferencesFlag) {
       return;
    }
-   word_ |= zeroReferencesFlag;
+   flagIs(zeroReferencesFlag, true);
    onZeroReferences();
-   word_ &= ~zeroReferencesFlag;
    if (references() == 0) {
+      // Still flagged: what the destructors take and give back must not end the object again.
       delete this;
+   } else {
+      flagIs(zeroReferencesFlag, false);
    }
 }
 

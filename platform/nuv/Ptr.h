@@ -2,12 +2,18 @@
 
 #include "platform/nuv/Module.h"
 
+#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
 
 namespace Nuv {
+
+/// Whether counts change atomically. Off at first: the process has one thread of reactions. To be set before
+/// a second thread touches any pointer.
+bool threadSafePtr();
+void threadSafePtrIs(bool isThreadSafe);
 
 /// Base of everything that is held through `Nuv::Ptr`: one 32-bit word of 29 count bits and 3 flags.
 ///
@@ -41,11 +47,17 @@ class Object {
    virtual void onZeroReferences() {}
 
  private:
+   friend bool threadSafePtr();
+   friend void threadSafePtrIs(bool isThreadSafe);
+
    static constexpr std::uint32_t countMask = (1u << 29) - 1;
    static constexpr std::uint32_t zeroReferencesFlag = 1u << 29;
    static constexpr std::uint32_t notificationFlag = 1u << 30;
 
+   static bool isThreadSafe_;
+
    void zeroReferences();
+   void flagIs(std::uint32_t flag, bool value);
    [[noreturn]] static void countFailed(char const* condition);
 
    mutable std::uint32_t word_{0};
@@ -53,18 +65,21 @@ class Object {
 
 inline void
 Object::referenceAdd() const {
-   if ((word_ & countMask) == countMask) [[unlikely]] {
+   std::uint32_t before =
+         isThreadSafe_ ? std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed) : word_++;
+   if ((before & countMask) == countMask) [[unlikely]] {
       countFailed("references < maximum");
    }
-   ++word_;
 }
 
 inline void
 Object::referenceDel() const {
-   if ((word_ & countMask) == 0) [[unlikely]] {
-      countFailed("references > 0");
-   }
-   if ((--word_ & countMask) == 0) {
+   std::uint32_t before =
+         isThreadSafe_ ? std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) : word_--;
+   if ((before & countMask) <= 1) [[unlikely]] {
+      if ((before & countMask) == 0) {
+         countFailed("references > 0");
+      }
       const_cast<Object*>(this)->zeroReferences();
    }
 }

@@ -9,6 +9,7 @@ Reaction::~Reaction() {
 }
 
 ReactionLoop::~ReactionLoop() {
+   link_->loop_ = nullptr;
    while (first_) {
       remove(*first_);
    }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Ptr.h"
+
 #include <cstddef>
 
 namespace Nuv {
@@ -30,6 +32,22 @@ class Reaction {
 /// order of what happens depends on the order of scheduling alone.
 class ReactionLoop {
  public:
+   /// The way to a loop for whoever may outlive it: without its loop it schedules nothing.
+   class Link final : public Object {
+    public:
+      explicit Link(ReactionLoop* loop) : loop_(loop) {}
+
+      void schedule(Reaction& reaction) const {
+         if (loop_) {
+            loop_->schedule(reaction);
+         }
+      }
+
+    private:
+      friend class ReactionLoop;
+      ReactionLoop* loop_;
+   };
+
    ReactionLoop() = default;
    ReactionLoop(ReactionLoop const&) = delete;
    ReactionLoop& operator=(ReactionLoop const&) = delete;
@@ -38,6 +56,8 @@ class ReactionLoop {
    /// Puts `reaction` at the end of the queue; one that is queued already keeps its place. The reaction may
    /// be destroyed at any time.
    void schedule(Reaction& reaction);
+
+   Ptr<Link> const& link() const { return link_; }
 
    bool idle() const { return first_ == nullptr; }
 
@@ -53,6 +73,7 @@ class ReactionLoop {
 
    Reaction* first_{};
    Reaction* last_{};
+   Ptr<Link> link_ = make<Link>(this);
 };
 
 } // namespace Nuv

@@ -3,31 +3,39 @@
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Ptr.h"
 #include "platform/nuv/Text.h"
+#include "platform/nuv/TextRange.h"
 
 #include <tuple>
 
 namespace Nuv {
 
-/// One field of a record: its name, where it is, and whether it takes part in what the record is (equality,
-/// order and hash) or only follows from what does.
+/// What text may stand between a field's key and its value: exactly one blank, or any number of them.
+enum class KeySpelling : std::uint8_t { oneBlank, anyBlanks };
+
+/// One field of a record: its name, where it is, whether it takes part in what the record is (equality, order
+/// and hash) or only follows from what does, and how its key is spelt in text.
 template <class R, class M>
 struct Field {
    char const* name;
    M R::*member;
    bool identity;
+   KeySpelling spelling{KeySpelling::oneBlank};
+
+   /// The same field with a key behind which blanks do not count.
+   constexpr Field withAnyBlanks() const { return {name, member, identity, KeySpelling::anyBlanks}; }
 };
 
 template <class R, class M>
 constexpr Field<R, M>
 field(char const* name, M R::*member) {
-   return {name, member, true};
+   return {name, member, true, KeySpelling::oneBlank};
 }
 
 /// A field that resolution fills in: printed, never compared.
 template <class R, class M>
 constexpr Field<R, M>
 filledField(char const* name, M R::*member) {
-   return {name, member, false};
+   return {name, member, false, KeySpelling::oneBlank};
 }
 
 /// A record's one list of fields, under its full type name.
@@ -57,7 +65,9 @@ visitFields(R const& record, Visit&& visit) {
 template <class M>
 void
 mixField(HashAccumulator& accumulator, M const& value) {
-   if constexpr (std::integral<M> || std::is_enum_v<M>) {
+   if constexpr (std::integral<M> && sizeof(M) > sizeof(std::uint32_t)) {
+      accumulator.mix64(static_cast<std::uint64_t>(value));
+   } else if constexpr (std::integral<M> || std::is_enum_v<M>) {
       accumulator.mix32(static_cast<std::uint32_t>(value));
    } else {
       accumulator.mix32(hashOf(value, 0));
@@ -109,7 +119,12 @@ class Record {
    friend bool operator==(R const& a, R const& b) { return a.compare(b) == 0; }
    friend bool operator<(R const& a, R const& b) { return a.compare(b) < 0; }
 
+   /// Reads the text form. What cannot be read is a `DeserializeException` that names the field, or, around
+   /// the fields, a `RangeException`; there is no partial record.
+   static R fromRange(TextRange& range);
+
    friend void appendText(Pelm::String& out, R const& record) { record.append(out); }
+   friend void parseText(TextRange& range, R& record) { record = fromRange(range); }
    friend Pelm::String valueToStrep(R const& record) { return text(record); }
    friend std::ostream& operator<<(std::ostream& stream, R const& record) {
       return writeText(stream, text(record));
@@ -131,6 +146,9 @@ class Record {
    }
 
    template <class M>
+   static void parseField(TextRange& range, R& record, Field<R, M> const& field, bool isFirst);
+
+   template <class M>
    static int compareField(M const& a, M const& b) {
       return a == b ? 0 : fieldLess(a, b) ? -1 : 1;
    }
@@ -147,5 +165,34 @@ class Record {
       out.append("})");
    }
 };
+
+template <class R>
+R
+Record<R>::fromRange(TextRange& range) {
+   R record;
+   range.require(Pelm::String("Value('") + R::fieldList().typeName + "', ** {");
+   bool isFirst = true;
+   std::apply(
+         [&](auto const&... each) { ((parseField(range, record, each, isFirst), isFirst = false), ...); },
+         R::fieldList().fields);
+   range.require("})");
+   return record;
+}
+
+template <class R>
+template <class M>
+void
+Record<R>::parseField(TextRange& range, R& record, Field<R, M> const& field, bool isFirst) {
+   try {
+      range.require(Pelm::String(isFirst ? "'" : ", '") + field.name +
+                    (field.spelling == KeySpelling::oneBlank ? "': " : "':"));
+      if (field.spelling == KeySpelling::anyBlanks) {
+         range.skipBlanks();
+      }
+      parseText(range, record.*field.member);
+   } catch (RangeException const& error) {
+      throw DeserializeException(field.name, error.what());
+   }
+}
 
 } // namespace Nuv

@@ -1,6 +1,6 @@
-#include "tables/EgrL3Oif2.h"
 #include "tables/L3NextHop2Table.h"
 #include "chip/model/testing/ChipTest.h"
+#include "tables/EgrL3Oif2.h"
 
 namespace ZandorL3Tunnel {
 namespace {
