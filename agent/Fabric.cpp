@@ -70,6 +70,15 @@ Fabric::program(KernelState const& state, std::vector<Destination> const& destin
 }
 
 void
+Fabric::clear() {
+   destinations_.clear();
+   groups_->entryRemoveAll();
+   settle();
+   interfaces_->entryRemoveAll();
+   settle();
+}
+
+void
 Fabric::blockAndGroupAre(ProgrammedDestination& destination, std::uint32_t adjacency) {
    auto vias = l3ViaFactory();
    for (auto const& via : destination.vias) {
@@ -98,7 +107,7 @@ Fabric::programmedVia(KernelState const& state, DerivedVia const& via) {
    switch (via.kind) {
    case ViaKind::unicast:
       programmed.entry.nhEntryType = Brix::NextHopEntryType::unicast;
-      unicastIs(state, via, programmed.entry);
+      unicastIs(state, programmed);
       break;
    case ViaKind::cpu:
       programmed.entry.nhEntryType = Brix::NextHopEntryType::receive;
@@ -113,8 +122,9 @@ Fabric::programmedVia(KernelState const& state, DerivedVia const& via) {
 // Without a port the neighbour alone is known, which is what the CPU needs; the interface entry would not be
 // used.
 void
-Fabric::unicastIs(KernelState const& state, DerivedVia const& via, L3ViaEntry& entry) {
-   entry.macAddr = ethAddr(*via.mac);
+Fabric::unicastIs(KernelState const& state, ProgrammedVia& programmed) {
+   auto const& via = programmed.via;
+   programmed.entry.macAddr = ethAddr(*via.mac);
    auto const* device = via.device ? state.link(*via.device) : nullptr;
    if (!via.port || !device || !device->mac) {
       return;
@@ -123,12 +133,15 @@ Fabric::unicastIs(KernelState const& state, DerivedVia const& via, L3ViaEntry& e
    key.sourceMac = ethAddr(*device->mac);
    key.tagged = via.tagged.value_or(false);
    key.vlan = key.tagged ? via.vlan.value_or(0) : std::uint16_t(0);
-   auto interface = interfaceIs(key);
    auto port = portNumberIs(*via.port);
-   if (interface != Asic::invalidIndex && port != ZandorCentral::VirtualPort::invalidValue) {
-      entry.l3Id = {std::uint16_t(interface)};
-      entry.l2If = {port};
+   auto interface = port == ZandorCentral::VirtualPort::invalidValue ? Asic::invalidIndex : interfaceIs(key);
+   if (interface == Asic::invalidIndex) {
+      programmed.via.reason = port == ZandorCentral::VirtualPort::invalidValue ? "no free port number"
+                                                                               : "no free interface index";
+      return;
    }
+   programmed.entry.l3Id = {std::uint16_t(interface)};
+   programmed.entry.l2If = {port};
 }
 
 Asic::Index

@@ -51,6 +51,9 @@ class Fabric {
    /// The chip answers when the loop is stepped.
    void program(KernelState const& state, std::vector<Destination> const& destinations);
 
+   /// Takes everything out again, groups first, and waits until the chip has.
+   void clear();
+
    /// Steps the loop until the chip has answered everything; returns the number of steps.
    std::size_t settle() { return loop_.runUntilIdle(); }
 
@@ -70,7 +73,7 @@ class Fabric {
 
  private:
    ProgrammedVia programmedVia(KernelState const& state, DerivedVia const& via);
-   void unicastIs(KernelState const& state, DerivedVia const& via, ZandorL3Tunnel::L3ViaEntry& entry);
+   void unicastIs(KernelState const& state, ProgrammedVia& programmed);
    Asic::Index interfaceIs(InterfaceKey const& key);
    std::uint16_t portNumberIs(int device);
    void blockAndGroupAre(ProgrammedDestination& destination, std::uint32_t adjacency);

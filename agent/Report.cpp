@@ -74,7 +74,7 @@ Report::summary() const {
    unsigned vias = 0;
    unsigned leftOut = 0;
    unsigned weighted = 0;
-   std::set<Asic::Index> blocks;
+   std::set<void const*> blocks;
    for (auto const& destination : fabric_.destinations()) {
       ++states[stateOf(destination)];
       for (auto const& via : destination.vias) {
@@ -83,7 +83,7 @@ Report::summary() const {
          weighted += via.via.weight > 1 ? 1 : 0;
       }
       if (destination.block) {
-         blocks.insert(destination.block->hwEntryIndex());
+         blocks.insert(destination.block.get());
       }
    }
    std::string out =
@@ -122,7 +122,7 @@ Report::destinations() const {
                                : ModelChip::GroupRows();
       table.rowIs({destination.address.text(), stateOf(destination), isProgrammed ? text(rows.group) : "-",
                    isProgrammed ? text(rows.base) : "-", isProgrammed ? text(rows.numPaths) : "-",
-                   vias.empty() ? destination.reason : vias});
+                   destination.reason.empty() ? vias : destination.reason});
    }
    return table.text();
 }

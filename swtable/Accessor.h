@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableUtil.h"
+#include "platform/nuv/AllSteps.h"
 #include "swtable/AccessorBase.h"
 #include "swtable/TableEntryHandle.h"
 
@@ -43,6 +44,7 @@ class Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
 
  private:
    Nuv::Ptr<Handle> entryHandleIs(Key const& key) const;
+   void leave(Handle& eh) const;
    void write(Handle& eh, Entry const& entry) const;
    void writeWaiting(Handle& eh, Entry const& entry) const;
    void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;

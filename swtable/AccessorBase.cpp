@@ -29,7 +29,7 @@ AccessorBase::removed(Handle* handle, Asic::SwTable const& table, Nuv::TextRef k
       return;
    }
    DUOLOG(trace, TraceLevel::write, table.tblName(), " : Removing entry at key : ", key,
-          ", entryType:", handle->entryType(), ", refCnt:", handle->references());
+          ", entryType:", handle->entryType(), ", refCnt:", handle->references() - 1);
    handle->entryTypeIs(EntryHandle::referenceOnly());
    handle->referenceDel();
 }
@@ -52,6 +52,11 @@ void
 AccessorBase::handleResolvedEntryState(Handle& handle) {
    auto resolvedEntryState = handle.resolvedEntryState();
    if (resolvedEntryState == SwTableBase::inProgress() || !handle.isResolved()) {
+      return;
+   }
+   // A newer value failed before it came to a row of its own: the answer is the old row's, and is only
+   // recorded.
+   if (handle.entryState() == SwTableBase::failed()) {
       return;
    }
    if (handle.entryState() == SwTableBase::inProgress()) {

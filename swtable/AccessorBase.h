@@ -18,7 +18,8 @@ class AccessorBase {
    /// The entry is committed: the table holds the handle, once.
    static void committed(Handle& handle);
 
-   /// Gives the commit of `handle` back; without one, does nothing but say so. `key` is for the trace.
+   /// Gives the commit of `handle` back; without one, does nothing but say so. The caller holds the handle
+   /// once, which does not count as a user. `key` is for the trace.
    static void removed(Handle* handle, Asic::SwTable const& table, Nuv::TextRef key);
 
    /// The entry's own state changed.
@@ -50,6 +51,9 @@ class WriteWatch {
  public:
    explicit WriteWatch(Asic::SwTable::EntryHandle& handle)
        : handle_(&handle), writes_(handle.writes()), hadTable_(handle.swTable() != nullptr) {}
+
+   /// How many writes and removals there were since, modulo 256.
+   std::uint8_t writesSince() const { return std::uint8_t(handle_->writes() - writes_); }
 
    bool isOvertaken() const {
       return handle_->writes() != writes_ || (handle_->swTable() != nullptr) != hadTable_;

@@ -44,8 +44,13 @@ template <class T>
 void
 SwTable::Accessor<T>::resolvedEntryChanged(Handle& eh) const {
    Nuv::Ptr<T> table(swTable_);
-   handleEntry(eh);
-   table->resolvedEntryNotifiees().announce([&](auto& notifiee) { notifiee.handleResolvedEntry(eh.key()); });
+   Key const key = eh.key();
+   Nuv::AllSteps steps;
+   steps([&] { handleEntry(eh); });
+   steps([&] {
+      table->resolvedEntryNotifiees().announce([&](auto& notifiee) { notifiee.handleResolvedEntry(key); });
+   });
+   steps.finish();
 }
 
 template <class T>
@@ -59,12 +64,13 @@ SwTable::Accessor<T>::handleEntry(Handle& eh) const {
       return;
    }
    WriteWatch watch(eh);
-   eh.entryStateIs(inProgress());
-   if (watch.isOvertaken()) {
-      return;
+   Nuv::AllSteps steps;
+   steps([&] { eh.entryStateIs(inProgress()); });
+   if (!watch.isOvertaken()) {
+      eh.resolvedEntryStateIs(inProgress());
+      steps([&] { hwTableEntryIs(eh); });
    }
-   eh.resolvedEntryStateIs(inProgress());
-   hwTableEntryIs(eh);
+   steps.finish();
 }
 
 template <class T>
@@ -85,17 +91,16 @@ SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
       return;
    }
    WriteWatch watch(eh);
+   Nuv::AllSteps steps;
    rowsAre(eh, base);
-   eh.hwEntryIndexIs(base);
-   if constexpr (isBlock) {
-      if (watch.isOvertaken()) {
-         return;
-      }
-      eh.resolvedEntryStateIs(success());
-      if (count == 0 && !watch.isOvertaken()) {
-         eh.hwIndexValidIs(true);
-      }
+   steps([&] { eh.hwEntryIndexIs(base); });
+   if (isBlock && !watch.isOvertaken()) {
+      steps([&] { eh.resolvedEntryStateIs(success()); });
    }
+   if (count == 0 && !watch.isOvertaken()) {
+      steps([&] { eh.hwIndexValidIs(true); });
+   }
+   steps.finish();
 }
 
 template <class T>
@@ -132,17 +137,19 @@ SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryDel ", swTable_->tblName(),
           " : key: ", eh.key());
-   eh.hwIndexValidIs(false);
    Index base = swTable_->heldHwIndex(eh.key());
-   if (base == invalidIndex) {
-      return;
-   }
-   if (auto const& util = swTable_->util()) {
-      for (std::uint32_t position = 0; position < rows(eh); ++position) {
-         util->hwEntryDel(base + position, eh, swTable_);
+   if (base != invalidIndex) {
+      if (auto const& util = swTable_->util()) {
+         for (std::uint32_t position = 0; position < rows(eh); ++position) {
+            util->hwEntryDel(base + position, eh, swTable_);
+         }
+      }
+      // Who wrote the key anew while this one ended has its index now.
+      if (!swTable_->handles().has(eh.key())) {
+         swTable_->doReleaseHwIndex(eh.key());
       }
    }
-   swTable_->doReleaseHwIndex(eh.key());
+   eh.hwIndexValidIs(false);
 }
 
 template <class T>
@@ -155,10 +162,12 @@ SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
          eh.hwIndexValidIs(true);
       }
    } else {
-      eh.hwIndexValidIs(true);
+      Nuv::AllSteps steps;
+      steps([&] { eh.hwIndexValidIs(true); });
       if (!watch.isOvertaken()) {
-         eh.resolvedEntryStateIs(success());
+         steps([&] { eh.resolvedEntryStateIs(success()); });
       }
+      steps.finish();
    }
 }
 

@@ -6,33 +6,40 @@
 
 namespace Asic {
 
+// The handle is not found any more before anybody hears of its end: who writes its key meanwhile begins a new
+// one.
 template <class T>
 void
 SwTable::Accessor<T>::cleanup(Handle& eh) const {
    // The handle may be the last that keeps the table alive.
    Nuv::Ptr<T> table(swTable_);
-   unresolvedEntryDel(eh);
-   bool isRegistered = table->handles().find(eh.key()) != nullptr;
-   handleLeaves(eh, isRegistered, *table, eh.key());
-   eh.swTableDel();
-   resolvedEntryDel(eh);
+   handleLeaves(eh, table->handles().hasHandle(eh), *table, eh.key());
    table->handles().del(eh);
+   leave(eh);
 }
 
 template <class T>
 void
 SwTable::Accessor<T>::cleanup() const {
-   auto& handles = swTable_->handles();
-   handles.forEach([this](Handle& eh) {
-      eh.swTableDel();
-      unresolvedEntryDel(eh);
-   });
-   handles.forEach([this](Handle& eh) { resolvedEntryDel(eh); });
-   handles.forEach([&](Handle& eh) {
-      if (handles.del(eh) && eh.entryType() != Handle::referenceOnly()) {
-         eh.referenceDel();
+   Nuv::AllSteps steps;
+   for (auto const& eh : swTable_->handles().takeAll()) {
+      bool isHeldByTable = eh->entryType() != Handle::referenceOnly();
+      steps([&] { leave(*eh); });
+      if (isHeldByTable) {
+         steps([&] { eh->referenceDel(); });
       }
-   });
+   }
+   steps.finish();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::leave(Handle& eh) const {
+   Nuv::AllSteps steps;
+   steps([&] { eh.swTableDel(); });
+   steps([&] { resolvedEntryDel(eh); });
+   steps([&] { unresolvedEntryDel(eh); });
+   steps.finish();
 }
 
 } // namespace Asic

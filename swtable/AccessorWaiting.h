@@ -19,8 +19,12 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
       if (eh.unresolvedEntry()) {
          DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
                 " : Deleting existing unresolved entry at key : ", eh.key());
+         WriteWatch watch(eh);
          unresolvedEntryDel(eh);
-         eh.entryStateIs(eh.resolvedEntryState());
+         // One write, the removal just made, is this one's own.
+         if (watch.writesSince() == 1) {
+            eh.entryStateIs(eh.resolvedEntryState());
+         }
       }
       return;
    }
@@ -30,12 +34,19 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
       return;
    }
    DUOLOG(trace, TraceLevel::write, swTable_->tblName(), " : Writing new entry at key: ", eh.key());
-   unresolvedEntryDel(eh);
-   WriteWatch watch(eh);
-   eh.entryStateIs(unresolved());
-   if (!watch.isOvertaken()) {
-      unresolvedEntryIs(eh, {entry});
+   // What waited so far goes last: its end may lead back here.
+   auto before = std::move(eh.unresolvedEntry_);
+   if (before) {
+      before->detach();
    }
+   eh.writeIs();
+   WriteWatch watch(eh);
+   Nuv::AllSteps steps;
+   steps([&] { eh.entryStateIs(unresolved()); });
+   if (!watch.isOvertaken()) {
+      steps([&] { unresolvedEntryIs(eh, {entry}); });
+   }
+   steps.finish();
 }
 
 template <class T>
@@ -55,6 +66,7 @@ SwTable::Accessor<T>::unresolvedEntryDel(Handle& eh) const {
       eh.writeIs();
       ue->detach();
    }
+   // It ends here, and with it perhaps the last handle on what it waited for.
 }
 
 template <class T>
@@ -109,6 +121,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
                    "function should not have been called");
    Nuv::Ptr<Handle> alive(&eh);
    Nuv::Ptr<Waiting> waiting(&ue);
+   Nuv::AllSteps steps;
    if constexpr (isBlock) {
       Key resolved = eh.key();
       bool isFilled = true;
@@ -127,7 +140,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
       eh.key_ = std::move(resolved);
       eh.isResolvedIs(true);
       eh.writeIs();
-      resolvedEntryChanged(eh);
+      steps([&] { resolvedEntryChanged(eh); });
    } else {
       auto entry = ue.value().entry;
       if (!fillDependentFields(entry)) {
@@ -136,12 +149,13 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
       }
       DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " UnresolvedEntry resolved at key  : ", eh.key());
-      resolvedEntryIs(eh, entry);
+      steps([&] { resolvedEntryIs(eh, entry); });
    }
    if (eh.unresolvedEntry() == waiting) {
       eh.unresolvedEntry_ = nullptr;
       waiting->detach();
    }
+   steps.finish();
 }
 
 } // namespace Asic

@@ -9,6 +9,9 @@ namespace Asic {
 template <class T>
 Nuv::Ptr<typename SwTable::Accessor<T>::Handle>
 SwTable::Accessor<T>::entryHandleIs(Key const& key) const {
+   if (swTable_->isTakenDown()) {
+      return nullptr;
+   }
    return swTable_->handles().findOrMake(key, [&] { return Nuv::make<Handle>(key, swTable_); });
 }
 
@@ -19,8 +22,10 @@ SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry) const {
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
-   referenced(*eh);
-   write(*eh, entry);
+   if (eh) {
+      referenced(*eh);
+      write(*eh, entry);
+   }
    return eh;
 }
 
@@ -31,18 +36,22 @@ SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry) const {
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
+   if (!eh) {
+      return nullptr;
+   }
    committed(*eh);
+   Nuv::AllSteps steps;
+   WriteWatch watch(*eh);
    if (!HasDependentFields<Entry> && !(eh->isResolved() && eh->content_.entry == entry)) {
       DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing new entry : ", entry,
              ", at key : ", key, "; setting entryState to unresolved",
              " to ensure callback gets triggered by entryState change.");
-      WriteWatch watch(*eh);
-      eh->entryStateIs(unresolved());
-      if (watch.isOvertaken()) {
-         return eh;
-      }
+      steps([&] { eh->entryStateIs(unresolved()); });
    }
-   write(*eh, entry);
+   if (!watch.isOvertaken()) {
+      steps([&] { write(*eh, entry); });
+   }
+   steps.finish();
    return eh;
 }
 
@@ -71,6 +80,9 @@ SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
    using namespace ZandorL3Tunnel;
    checkBlockSize(block);
    auto eh = entryHandleIs(block);
+   if (!eh) {
+      return nullptr;
+   }
    if (eh->isResolved() || eh->unresolvedEntry()) {
       DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
              " : Found an existing entry : ", block);
@@ -79,7 +91,7 @@ SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
           " : Writing new entry : ", block);
    referenced(*eh);
-   eh->entryStateIs(unresolved());
+   // A new block's state is `unresolved` already: there is nothing to announce.
    unresolvedEntryIs(*eh, {});
    return eh;
 }

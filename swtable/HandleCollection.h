@@ -5,6 +5,8 @@
 #include "platform/nuv/HashTable.h"
 #include "platform/nuv/Ptr.h"
 
+#include <vector>
+
 namespace ZandorL3Tunnel {
 
 /// A table's handles by key, in canonical order. It finds handles and owns none: what a table holds of a
@@ -53,6 +55,21 @@ class HandleCollection {
    }
 
    std::size_t size() const { return handles_.size(); }
+
+   bool has(KeyType const& key) const { return handles_.has(key); }
+
+   /// Whether that very object stands at its key.
+   bool hasHandle(HandleType const& handle) const {
+      auto const* slot = handles_.find(handle.key());
+      return slot && *slot == &handle;
+   }
+
+   /// Empties the collection: every handle it had, held.
+   std::vector<Nuv::Ptr<HandleType>> takeAll() {
+      std::vector<Nuv::Ptr<HandleType>> taken(handles_.begin(), handles_.end());
+      handles_.clear();
+      return taken;
+   }
 
    /// Calls `visit(handle)` for each handle in turn; it may change the collection in any way. Each handle is
    /// held while it is visited.

@@ -25,9 +25,9 @@ class IndexSource {
  public:
    void init(Asic::SwTable const&) {}
    void del(Asic::SwTable const&) {}
-   Asic::Index acquire(Key const& key) { return key; }
+   Asic::Index acquire(Asic::SwTable const&, Key const& key) { return key; }
    Asic::Index held(Key const& key) const { return key; }
-   void release(Key const&) {}
+   void release(Asic::SwTable const&, Key const&) {}
 };
 
 /// The indices of a table that takes them from an allocator.
@@ -44,17 +44,18 @@ class IndexSource<AllocatorSource<A, isShared>, Key> {
    /// Lets the allocator go, and gives the table's share back.
    void del(Asic::SwTable const& table);
 
-   /// The index, or the run, that the key holds or can have from now on.
-   Asic::Index acquire(Key const& key);
+   /// The index, or the run, that the key holds or can have from now on, for `table`.
+   Asic::Index acquire(Asic::SwTable const& table, Key const& key);
 
    /// What the key holds; the invalid index when it holds nothing.
    Asic::Index held(Key const& key) const {
       return allocator_ ? allocator_->indexForKey(Nuv::nuvType<Key>(), &key) : Asic::invalidIndex;
    }
 
-   void release(Key const& key) {
+   /// `table` uses the key's index no longer. Another table that shares the allocator may still do.
+   void release(Asic::SwTable const& table, Key const& key) {
       if (allocator_) {
-         allocator_->releaseIndexForKey(Nuv::nuvType<Key>(), &key);
+         allocator_->releaseIndexForKey(Nuv::nuvType<Key>(), &key, &table);
       }
    }
 
@@ -95,15 +96,15 @@ IndexSource<AllocatorSource<A, isShared>, Key>::del(Asic::SwTable const& table) 
 
 template <class A, bool isShared, class Key>
 Asic::Index
-IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Key const& key) {
+IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Asic::SwTable const& table, Key const& key) {
    if (!allocator_) {
       return Asic::invalidIndex;
    }
    auto const& type = Nuv::nuvType<Key>();
    if constexpr (std::derived_from<Allocator, Asic::AnySizedBlockAllocator>) {
-      return allocator_->newIndexForBlock(type, &key, key.size());
+      return allocator_->newIndexForBlock(type, &key, key.size(), &table);
    } else {
-      return allocator_->newIndexForKey(type, &key);
+      return allocator_->newIndexForKey(type, &key, &table);
    }
 }
 

@@ -74,9 +74,12 @@ class TableCore : public Base {
 
    void cleanup() override;
 
-   Asic::Index doAcquireHwIndex(Key const& key) { return source_.acquire(key); }
+   /// Whether the table was taken down. It takes no entries any more.
+   bool isTakenDown() const { return isTakenDown_; }
+
+   Asic::Index doAcquireHwIndex(Key const& key) { return source_.acquire(*this, key); }
    Asic::Index heldHwIndex(Key const& key) const { return source_.held(key); }
-   void doReleaseHwIndex(Key const& key) { source_.release(key); }
+   void doReleaseHwIndex(Key const& key) { source_.release(*this, key); }
 
    /// The allocator of a table that has one; null before `doInit` and after `cleanup`.
    auto const& indexAllocator() const { return source_.allocator(); }

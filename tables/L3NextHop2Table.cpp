@@ -1,7 +1,6 @@
 #include "tables/L3NextHop2Table.h"
 
-#include "platform/asic/GenericIndexAllocatorStub.h"
-#include "platform/nuv/Assert.h"
+#include "platform/nuv/AllSteps.h"
 #include "swtable/AccessorBase.h"
 
 #include <algorithm>
@@ -22,11 +21,6 @@ Nuv::RegisteredClass<EgrL3NextHop2> const egrTableType(module, [](Pelm::String c
 Nuv::RegisteredClass<L3NextHop2Table> const tableType(module, [](Pelm::String const&) {
    return Nuv::Ptr<Nuv::Object>(l3NextHop2TableFactory());
 });
-
-Nuv::NuvType const&
-keyType() {
-   return Nuv::nuvType<L3UnderlayNextHopKey>();
-}
 
 } // namespace
 
@@ -60,21 +54,14 @@ L3NextHop2Table::doInitEnclosed(Asic::UnitId unit, Nuv::Ptr<Kallo::EntityManager
 
 void
 L3NextHop2Table::doInitComplete() {
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
-   indexAllocator_ = Asic::GenericIndexAllocatorStub::createSharedAllocator<L3NextHop2SharedAllocator>(*this);
-   ACCESSOR_ASSERT(indexAllocator_, "shalloc", tblName());
-   auto rows = std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries());
-   if (rows != Asic::invalidIndex && rows > indexAllocator_->numEntries()) {
-      indexAllocator_->numEntriesIs(rows);
-   }
+   source_.init(*this);
    doReserveIndicesAtTableInit();
-   indexAllocator_->initializedIs(true);
    indexDeallocatorSm_ = std::make_unique<IndexDeallocatorSm>(*this);
 }
 
 Asic::Index
-L3NextHop2Table::heldIndex(Key const& key) const {
-   return indexAllocator_ ? indexAllocator_->indexForKey(keyType(), &key) : Asic::invalidIndex;
+L3NextHop2Table::numEntries() const {
+   return std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries());
 }
 
 bool
@@ -89,13 +76,13 @@ L3NextHop2Table::entryHandle(Key const& key) const {
 
 std::optional<IngL3NextHop2Table::Entry>
 L3NextHop2Table::ingL3NextHop2TableEntry(Key const& key) const {
-   auto index = heldIndex(key);
+   auto index = source_.held(key);
    return index == Asic::invalidIndex ? std::nullopt : ingL3NextHop2Table_->entry(index);
 }
 
 std::optional<EgrL3NextHop2::Entry>
 L3NextHop2Table::egrL3NextHop2Entry(Key const& key) const {
-   auto index = heldIndex(key);
+   auto index = source_.held(key);
    return index == Asic::invalidIndex ? std::nullopt : egrL3NextHop2_->entry(index);
 }
 
@@ -113,8 +100,11 @@ L3NextHop2Table::writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveTy
 L3NextHop2Table::HandlePtr
 L3NextHop2Table::entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
                             EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType) {
+   if (isTakenDown_) {
+      return nullptr;
+   }
    auto handle = writtenHandle(key, autoRemoveType);
-   auto index = indexAllocator_ ? indexAllocator_->newIndexForKey(keyType(), &key) : Asic::invalidIndex;
+   auto index = source_.acquire(*this, key);
    if (index == Asic::invalidIndex) {
       handle->entryStateIs(failed());
       return handle;
@@ -124,10 +114,25 @@ L3NextHop2Table::entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ing
              ": merged table entry already exists");
       return handle;
    }
-   MergedEntry entry;
-   entry.mergedEntryHandleIs(ingL3NextHop2Table_->entryRef(index, ingEntry));
-   entry.mergedEntryHandleIs(egrL3NextHop2_->entryRef(index, egrEntry));
-   unresolvedMergedEntryIs(*handle, entry);
+   handle->writeIs();
+   WriteWatch watch(*handle);
+   Nuv::AllSteps steps;
+   HandlePtr ing;
+   HandlePtr egr;
+   steps([&] { ing = ingL3NextHop2Table_->entryRef(index, ingEntry); });
+   if (!watch.isOvertaken()) {
+      steps([&] { egr = egrL3NextHop2_->entryRef(index, egrEntry); });
+   }
+   // A half whose observers failed is written all the same.
+   ing = ing ? ing : ingL3NextHop2Table_->entryHandle(index);
+   egr = egr ? egr : egrL3NextHop2_->entryHandle(index);
+   if (!watch.isOvertaken()) {
+      MergedEntry entry;
+      entry.mergedEntryHandleIs(ing);
+      entry.mergedEntryHandleIs(egr);
+      steps([&] { unresolvedMergedEntryIs(*handle, entry); });
+   }
+   steps.finish();
    return handle;
 }
 
@@ -156,10 +161,12 @@ L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const&
    handle.writeIs();
    handle.unresolvedMergedEntry_ = waiting;
    WriteWatch watch(handle);
-   handle.entryStateIs(unresolved());
+   Nuv::AllSteps steps;
+   steps([&] { handle.entryStateIs(unresolved()); });
    if (!watch.isOvertaken()) {
-      waiting->initUnresolvedMergedEntry(entry);
+      steps([&] { waiting->initUnresolvedMergedEntry(entry); });
    }
+   steps.finish();
 }
 
 void
@@ -176,15 +183,23 @@ L3NextHop2Table::entryRemoveAll() {
 void
 L3NextHop2Table::cleanup(EntryHandle& handle) {
    Nuv::Ptr<L3NextHop2Table> alive(this);
-   AccessorBase::handleLeaves(handle, handles_.find(handle.key()) != nullptr, *this, handle.key());
-   handle.swTableDel();
+   AccessorBase::handleLeaves(handle, handles_.hasHandle(handle), *this, handle.key());
    handles_.del(handle);
-   handle.hwIndexValidIs(false);
+   leave(handle);
+}
+
+void
+L3NextHop2Table::leave(EntryHandle& handle) {
    auto waiting = std::move(handle.unresolvedMergedEntry_);
+   auto inPlace = std::exchange(handle.mergedEntry_, MergedEntry());
    if (waiting) {
       waiting->detach();
    }
-   handle.mergedEntry_ = MergedEntry();
+   Nuv::AllSteps steps;
+   steps([&] { handle.swTableDel(); });
+   steps([&] { handle.hwIndexValidIs(false); });
+   steps.finish();
+   // The halves go here, unless others hold them, and with them the index.
 }
 
 void
@@ -193,25 +208,17 @@ L3NextHop2Table::cleanup() {
       return;
    }
    isTakenDown_ = true;
-   handles_.forEach([this](EntryHandle& handle) {
-      handle.swTableDel();
-      handles_.del(handle);
-      if (handle.unresolvedMergedEntry_) {
-         handle.unresolvedMergedEntry_->detach();
+   Nuv::AllSteps steps;
+   for (auto const& handle : handles_.takeAll()) {
+      bool isHeldByTable = handle->entryType() != EntryHandle::referenceOnly();
+      steps([&] { leave(*handle); });
+      if (isHeldByTable) {
+         steps([&] { handle->referenceDel(); });
       }
-      handle.unresolvedMergedEntry_ = nullptr;
-      handle.mergedEntry_ = MergedEntry();
-      if (handle.entryType() != EntryHandle::referenceOnly()) {
-         handle.referenceDel();
-      }
-   });
-   indexDeallocatorSm_ = nullptr;
-   if (indexAllocator_) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
-             "Trying to delete shared allocator for table:", tblName());
-      Asic::GenericIndexAllocatorStub::freeSharedAllocator<L3NextHop2SharedAllocator>(*this);
-      indexAllocator_ = nullptr;
    }
+   indexDeallocatorSm_ = nullptr;
+   source_.del(*this);
+   steps.finish();
 }
 
 } // namespace ZandorL3Tunnel

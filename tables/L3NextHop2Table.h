@@ -2,6 +2,7 @@
 
 #include "platform/asic/SwMergedTable.h"
 #include "swtable/HandleCollection.h"
+#include "swtable/IndexSource.h"
 #include "tables/EgrL3NextHop2.h"
 #include "tables/IngL3NextHop2Table.h"
 #include "tables/L3NextHop2SharedAllocator.h"
@@ -38,7 +39,8 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
 
    /// Writes both halves of the next hop at the key's index. A pair that is in place already is left as it
    /// is. Without a free index the handle is `failed` and nothing is written. With `needsExplicitRemove` the
-   /// entry stays until `entryRemove`, else as long as somebody holds the handle.
+   /// entry stays until `entryRemove`, else as long as somebody holds the handle. Null once the table was
+   /// taken down.
    HandlePtr entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
                         EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType);
 
@@ -57,9 +59,12 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
 
    Nuv::Ptr<IngL3NextHop2Table> const& ingL3NextHop2Table() const { return ingL3NextHop2Table_; }
    Nuv::Ptr<EgrL3NextHop2> const& egrL3NextHop2() const { return egrL3NextHop2_; }
-   Nuv::Ptr<L3NextHop2SharedAllocator> const& indexAllocator() const { return indexAllocator_; }
+   Nuv::Ptr<L3NextHop2SharedAllocator> const& indexAllocator() const { return source_.allocator(); }
 
    Handles const& handles() const { return handles_; }
+
+   /// As many as both member tables have.
+   Asic::Index numEntries() const override;
 
    void cleanup() override;
 
@@ -76,11 +81,11 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
                   EgrL3NextHop2::Entry const& egrEntry) const;
    void unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry);
    void cleanup(EntryHandle& handle);
-   Asic::Index heldIndex(Key const& key) const;
+   void leave(EntryHandle& handle);
 
    Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2Table_;
    Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2_;
-   Nuv::Ptr<L3NextHop2SharedAllocator> indexAllocator_;
+   IndexSource<SharedAllocator<L3NextHop2SharedAllocator>, Key> source_;
    std::unique_ptr<IndexDeallocatorSm> indexDeallocatorSm_;
    Handles handles_;
    bool isTakenDown_{};

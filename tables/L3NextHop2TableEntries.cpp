@@ -1,3 +1,4 @@
+#include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Assert.h"
 #include "swtable/AccessorBase.h"
 #include "tables/L3NextHop2Table.h"
@@ -70,24 +71,27 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
       return;
    }
    Nuv::Ptr<EntryHandle> handle(handle_);
+   Nuv::Ptr<UnresolvedMergedEntry> alive(this);
    WriteWatch watch(*handle);
-   handle->hwEntryIndexIs(handle->table()->heldIndex(handle->key()));
+   Nuv::AllSteps steps;
+   steps([&] { handle->hwEntryIndexIs(handle->table()->source_.held(handle->key())); });
    if (watch.isOvertaken() || hasFailedNeededEntry()) {
+      steps.finish();
       return;
    }
    if (neededEntryHandleSms() != 0) {
-      handle->entryStateIs(inProgress());
+      steps([&] { handle->entryStateIs(inProgress()); });
+      steps.finish();
       return;
    }
-   Nuv::Ptr<UnresolvedMergedEntry> alive(this);
    handle->mergedEntry_ = entry_;
-   handle->isResolvedIs(true);
    handle->unresolvedMergedEntry_ = nullptr;
    detach();
-   handle->hwIndexValidIs(true);
+   steps([&] { handle->hwIndexValidIs(true); });
    if (!watch.isOvertaken()) {
-      handle->entryStateIs(success());
+      steps([&] { handle->entryStateIs(success()); });
    }
+   steps.finish();
 }
 
 L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
@@ -99,7 +103,7 @@ L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
 void
 L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
    auto const& trace = _defaultTraceHandle();
-   auto& allocator = *table_.indexAllocator_;
+   auto& allocator = *table_.indexAllocator();
    auto key = allocator.keyForIndex(index);
    if (!key.type) {
       return;
@@ -113,7 +117,7 @@ L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
       return;
    }
    DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
-   allocator.releaseIndexForKey(*key.type, key.value);
+   allocator.releaseIndexForKey(*key.type, key.value, &table_);
 }
 
 } // namespace ZandorL3Tunnel

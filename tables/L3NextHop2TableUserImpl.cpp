@@ -11,7 +11,7 @@ Nuv::Module const module("L3NextHop2TableUserImpl");
 // Index 0 stays unused: a row that points nowhere in particular must not hit somebody's next hop.
 void
 L3NextHop2Table::doReserveIndicesAtTableInit() {
-   indexAllocator_->reserveIndices(0, 1);
+   indexAllocator()->reserveIndices(0, 1);
 }
 
 } // namespace ZandorL3Tunnel

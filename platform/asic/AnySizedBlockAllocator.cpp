@@ -3,8 +3,9 @@
 namespace Asic {
 
 Index
-AnySizedBlockAllocator::newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length) {
-   if (Index held = indexForKey(type, block); held != invalidIndex) {
+AnySizedBlockAllocator::newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length,
+                                         void const* user) {
+   if (Index held = heldFor(type, block, user); held != invalidIndex) {
       return held;
    }
    if (length == 0) {
@@ -14,8 +15,8 @@ AnySizedBlockAllocator::newIndexForBlock(Nuv::NuvType const& type, void const* b
    if (!base) {
       return invalidIndex;
    }
+   holderIs(type, block, *base, length, user);
    runs_.take(*base, length);
-   holderIs(type, block, *base, length);
    return *base;
 }
 

@@ -10,10 +10,11 @@ class AnySizedBlockAllocator : public GenericIndexAllocator {
  public:
    explicit AnySizedBlockAllocator(Pelm::String name) : GenericIndexAllocator(std::move(name)) {}
 
-   /// The first index of the run that the block holds, or else of a new one of `length` indices; the invalid
-   /// index when no run of that length is free. A run of length 0 is always granted, at index 0, and takes up
-   /// nothing.
-   Index newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length);
+   /// The first index of the run that the block holds, for `user` too from now on, or else of a new one of
+   /// `length` indices; the invalid index when no run of that length is free. A run of length 0 is always
+   /// granted, at index 0, and takes up nothing.
+   Index newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length,
+                          void const* user = nullptr);
 
    Index used() const override { return runs_.used(); }
 

@@ -5,16 +5,16 @@
 namespace Asic {
 
 Index
-FirstFreeIndexAllocator::newIndexForKey(Nuv::NuvType const& type, void const* key) {
-   if (Index held = indexForKey(type, key); held != invalidIndex) {
+FirstFreeIndexAllocator::newIndexForKey(Nuv::NuvType const& type, void const* key, void const* user) {
+   if (Index held = heldFor(type, key, user); held != invalidIndex) {
       return held;
    }
    auto index = taken_.lowestFree();
    if (!index) {
       return invalidIndex;
    }
+   holderIs(type, key, *index, 1, user);
    taken_.take(*index);
-   holderIs(type, key, *index, 1);
    return *index;
 }
 

@@ -10,9 +10,9 @@ class FirstFreeIndexAllocator : public GenericIndexAllocator {
  public:
    explicit FirstFreeIndexAllocator(Pelm::String name) : GenericIndexAllocator(std::move(name)) {}
 
-   /// The index that the key holds, or else the lowest free one, which it holds from now on; the invalid
-   /// index when none is free.
-   Index newIndexForKey(Nuv::NuvType const& type, void const* key);
+   /// The index that the key holds, for `user` too from now on, or else the lowest free one, which it holds
+   /// from now on; the invalid index when none is free.
+   Index newIndexForKey(Nuv::NuvType const& type, void const* key, void const* user = nullptr);
 
    /// Keeps the indices from `first` up to, but not including, `second` from ever being given out, those
    /// included that the allocator has only once it has grown. Saying it again changes nothing; an index that

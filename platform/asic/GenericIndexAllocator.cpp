@@ -2,6 +2,8 @@
 
 #include "platform/nuv/Assert.h"
 
+#include <algorithm>
+
 namespace Asic {
 
 GenericIndexAllocator::GenericIndexAllocator(Pelm::String name) : name_(std::move(name)) {}
@@ -9,8 +11,8 @@ GenericIndexAllocator::GenericIndexAllocator(Pelm::String name) : name_(std::mov
 GenericIndexAllocator::~GenericIndexAllocator() = default;
 
 GenericIndexAllocator::Holder::Holder(Nuv::NuvType const& type, void const* value, Index theBase,
-                                      Index theLength)
-    : key{&type, type.copy(value)}, base(theBase), length(theLength) {}
+                                      Index theLength, void const* user)
+    : key{&type, type.copy(value)}, base(theBase), length(theLength), users{user} {}
 
 GenericIndexAllocator::Holder::~Holder() {
    key.type->destroy(const_cast<void*>(key.value));
@@ -35,8 +37,8 @@ GenericIndexAllocator::HolderTraits::equal(Key const& a, Key const& b) {
 void
 GenericIndexAllocator::numEntriesIs(Index number) {
    NUV_ASSERT(number >= numEntries_, name_);
-   numEntries_ = number;
    doGrow(number);
+   numEntries_ = number;
 }
 
 Index
@@ -51,33 +53,49 @@ GenericIndexAllocator::keyForIndex(Index index) const {
    return holder ? holder->key : Key{};
 }
 
-bool
-GenericIndexAllocator::releaseIndexForKey(Nuv::NuvType const& type, void const* key) {
+Index
+GenericIndexAllocator::heldFor(Nuv::NuvType const& type, void const* key, void const* user) {
    auto* slot = holders_.find({&type, key});
    if (!slot) {
+      return invalidIndex;
+   }
+   auto& users = (*slot)->users;
+   if (std::find(users.begin(), users.end(), user) == users.end()) {
+      users.push_back(user);
+   }
+   return (*slot)->base;
+}
+
+bool
+GenericIndexAllocator::canReleaseIndex(Nuv::NuvType const& type, void const* key, void const* user) const {
+   auto const* slot = holders_.find({&type, key});
+   return slot && (*slot)->users.size() == 1 && (*slot)->users.front() == user;
+}
+
+bool
+GenericIndexAllocator::releaseIndexForKey(Nuv::NuvType const& type, void const* key, void const* user) {
+   auto* slot = holders_.find({&type, key});
+   if (!slot || std::erase((*slot)->users, user) == 0) {
       return false;
    }
-   Index base = (*slot)->base;
-   Index length = (*slot)->length;
-   if (length > 0) {
-      holderAt_[base] = nullptr;
-      doRelease(base, length);
+   if (!(*slot)->users.empty()) {
+      return true;
    }
+   holderAt_[(*slot)->base] = nullptr;
+   doRelease((*slot)->base, (*slot)->length);
    // The caller's key may be the allocator's own copy, which ends here.
    holders_.erase({&type, key});
    return true;
 }
 
 void
-GenericIndexAllocator::holderIs(Nuv::NuvType const& type, void const* key, Index base, Index length) {
-   auto holder = std::make_unique<Holder>(type, key, base, length);
-   if (length > 0) {
-      if (holderAt_.size() <= base) {
-         holderAt_.resize(base + 1);
-      }
-      holderAt_[base] = holder.get();
+GenericIndexAllocator::holderIs(Nuv::NuvType const& type, void const* key, Index base, Index length,
+                                void const* user) {
+   if (holderAt_.size() <= base) {
+      holderAt_.resize(base + 1);
    }
-   holders_.insert(std::move(holder));
+   auto inserted = holders_.insert(std::make_unique<Holder>(type, key, base, length, user));
+   holderAt_[base] = inserted.first->get();
 }
 
 } // namespace Asic

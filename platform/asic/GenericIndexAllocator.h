@@ -10,7 +10,8 @@
 namespace Asic {
 
 /// Gives out hardware indices by key. Keys are values of any type that has a descriptor: the allocator keeps
-/// its own copy. A key holds what it was given until it is released.
+/// its own copy. Tables that share an allocator may use one key together: it holds what it was given until
+/// the last of its users has released it.
 class GenericIndexAllocator : public Nuv::Object {
  public:
    /// A key as it is passed in and handed back: its type and its place.
@@ -43,8 +44,12 @@ class GenericIndexAllocator : public Nuv::Object {
    /// The key that holds `index`, or holds the run that begins there; without one, a key of no type.
    Key keyForIndex(Index index) const;
 
-   /// Takes back what the key holds; false when it holds nothing.
-   bool releaseIndexForKey(Nuv::NuvType const& type, void const* key);
+   /// Whether nobody but `user` uses the key, so that its release would free what it holds.
+   bool canReleaseIndex(Nuv::NuvType const& type, void const* key, void const* user) const;
+
+   /// `user` uses the key no longer; the last one's release frees what it holds. False when it did not use
+   /// it.
+   bool releaseIndexForKey(Nuv::NuvType const& type, void const* key, void const* user = nullptr);
 
    /// Indices that are held or reserved, and those that are not.
    virtual Index used() const = 0;
@@ -59,15 +64,19 @@ class GenericIndexAllocator : public Nuv::Object {
    virtual void doGrow(Index number) = 0;
    virtual void doRelease(Index base, Index length) = 0;
 
-   void holderIs(Nuv::NuvType const& type, void const* key, Index base, Index length);
+   /// What the key holds already, which `user` uses from now on too; the invalid index when it holds nothing.
+   Index heldFor(Nuv::NuvType const& type, void const* key, void const* user);
+
+   void holderIs(Nuv::NuvType const& type, void const* key, Index base, Index length, void const* user);
 
  private:
    struct Holder {
       Key key;
       Index base;
       Index length;
+      std::vector<void const*> users;
 
-      Holder(Nuv::NuvType const& type, void const* value, Index base, Index length);
+      Holder(Nuv::NuvType const& type, void const* value, Index base, Index length, void const* user);
       ~Holder();
       Holder(Holder const&) = delete;
       Holder& operator=(Holder const&) = delete;

@@ -27,6 +27,8 @@ SwMergedTable::UnresolvedMergedEntry::handleNeededEntry(NeededEntryHandleSm& sm)
    }
    if (!lacksIndex()) {
       doResolve();
+   } else if (!hasFailedNeededEntry()) {
+      setEntryState(EntryState::unresolved);
    }
 }
 

@@ -12,10 +12,6 @@ class SwMergedTable : public SwTable {
 
  protected:
    using SwTable::SwTable;
-
-   Pelm::String hwTableName() const override { return {}; }
-   void utilIs(Nuv::Ptr<HwTable> const&) override {}
-   HwTable* hwTable() const override { return nullptr; }
 };
 
 /// A merged entry that waits until all of its member entries have succeeded.

@@ -11,9 +11,10 @@ SwTable::~SwTable() = default;
 void
 SwTable::doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo) {
    chipInfo_ = chipInfo;
-   auto found = entityManager->getEntity(HwTable::path(unit, hwTableName()));
-   if (auto table = Nuv::dynamicCast<HwTable>(found)) {
-      utilIs(table);
+   if (auto name = hwTableName(); !name.empty()) {
+      if (auto table = Nuv::dynamicCast<HwTable>(entityManager->getEntity(HwTable::path(unit, name)))) {
+         utilIs(table);
+      }
    }
    doInitEnclosed(unit, entityManager, chipInfo);
    doInitComplete();
@@ -70,11 +71,17 @@ SwTable::EntryHandle::resolvedEntryStateIs(EntryState state) {
 
 void
 SwTable::EntryHandle::swTableDel() {
-   SwTable* table = swTable_;
-   swTable_ = nullptr;
-   if (table && entryType() == referenceOnly()) {
-      table->referenceDel();
+   SwTable* table = std::exchange(swTable_, nullptr);
+   if (!table) {
+      return;
    }
+   bool keptAlive = entryType() == referenceOnly();
+   Nuv::AllSteps steps;
+   steps([this] { announceSwTable(); });
+   if (keptAlive) {
+      steps([table] { table->referenceDel(); });
+   }
+   steps.finish();
 }
 
 void

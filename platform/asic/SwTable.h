@@ -32,7 +32,7 @@ class SwTable : public SwTableBase {
    virtual void cleanup() = 0;
 
    /// Number of rows; without a hardware table as many as an index can name.
-   Index numEntries() const;
+   virtual Index numEntries() const;
    Index minIndex() const;
    Index maxIndex() const;
 
@@ -50,9 +50,10 @@ class SwTable : public SwTableBase {
    virtual void doInitComplete() {}
 
    /// The hardware table's name beneath its unit, and the table's own util for it.
-   virtual Pelm::String hwTableName() const = 0;
-   virtual void utilIs(Nuv::Ptr<HwTable> const&) = 0;
-   virtual HwTable* hwTable() const = 0;
+   /// A table that writes no rows itself has neither.
+   virtual Pelm::String hwTableName() const { return {}; }
+   virtual void utilIs(Nuv::Ptr<HwTable> const&) {}
+   virtual HwTable* hwTable() const { return nullptr; }
 
    void onZeroReferences() override { cleanup(); }
 
@@ -93,8 +94,9 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
    EntryState resolvedEntryState() const { return tableBytes_.resolvedEntryState; }
    void resolvedEntryStateIs(EntryState);
 
-   /// The table, null once the handle was cleaned up.
+   /// The table, null once the handle has left it.
    SwTable* swTable() const { return swTable_; }
+   /// The handle leaves its table, and lets it go if it kept it alive. Its observers hear of it.
    void swTableDel();
 
    /// The chip has confirmed a row that this handle's entry wrote.

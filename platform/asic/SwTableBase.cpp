@@ -91,18 +91,11 @@ SwTableBase::EntryHandle::entryStateIs(EntryState state) {
       return;
    }
    entryState_ = state;
-   // A reaction that fails must not keep the change from the observers.
-   std::exception_ptr failure;
    Nuv::Ptr<EntryHandle> alive(this);
-   try {
-      handleEntryState();
-   } catch (...) {
-      failure = std::current_exception();
-   }
-   announce([](Notifiee& notifiee) { notifiee.handleEntryState(); });
-   if (failure) {
-      std::rethrow_exception(failure);
-   }
+   Nuv::AllSteps steps;
+   steps([this] { handleEntryState(); });
+   steps([this] { announce([](Notifiee& notifiee) { notifiee.handleEntryState(); }); });
+   steps.finish();
 }
 
 void
@@ -112,6 +105,11 @@ SwTableBase::EntryHandle::hwEntryIndexIs(Index index) {
    }
    hwEntryIndex_ = index;
    announce([](Notifiee& notifiee) { notifiee.handleHwEntryIndex(); });
+}
+
+void
+SwTableBase::EntryHandle::announceSwTable() {
+   announce([](Notifiee& notifiee) { notifiee.handleSwTable(); });
 }
 
 void

@@ -69,6 +69,8 @@ class SwTableBase::EntryHandle : public Nuv::Object {
       virtual void handleEntryState() {}
       virtual void handleHwEntryIndex() {}
       virtual void handleHwIndexValid() {}
+      /// The handle has left its table.
+      virtual void handleSwTable() {}
    };
 
    EntryState entryState() const { return entryState_; }
@@ -107,6 +109,9 @@ class SwTableBase::EntryHandle : public Nuv::Object {
       std::uint8_t writes{};
    };
    TableBytes tableBytes_;
+
+   /// Tells the observers that the handle has left its table.
+   void announceSwTable();
 
  private:
    template <class Tell>

@@ -12,16 +12,10 @@ class SwTable::Util : public Nuv::Object {
  public:
    HwTable& hwTable() const { return *hwTable_; }
 
-   /// The hardware index of an entry.
-   virtual Index getHwIndex(EntryHandle const& handle) const { return handle.hwEntryIndex(); }
-
    /// Clears the row at `index`, unless somebody else wrote it since.
    void hwEntryDel(Index index, EntryHandle const& owner, SwTable* table) const {
       hwTable().rowDel(index, owner, table);
    }
-
-   /// Whether no other software table writes the hardware table.
-   virtual bool isExclusivelyOwnedTable() const { return true; }
 
  protected:
    explicit Util(Nuv::Ptr<HwTable> const& table) : hwTable_(table) {}

@@ -51,10 +51,13 @@ LoaderBase::loadPlugins(Pelm::String const& directory, Pelm::String const& categ
          continue;
       }
       std::set<Pelm::String> libraries;
-      for (auto const& file : at) {
-         if (file.path().extension() == ".so") {
-            libraries.insert(file.path().string());
+      for (; !error && at != fs::directory_iterator(); at.increment(error)) {
+         if (at->path().extension() == ".so") {
+            libraries.insert(at->path().string());
          }
+      }
+      if (error) {
+         failed(full.string(), error.message(), category);
       }
       for (auto const& library : libraries) {
          loaded += loadOne(library) ? 1 : (failed(library, dlerror(), category), 0);

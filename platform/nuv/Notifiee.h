@@ -1,7 +1,8 @@
 #pragma once
 
+#include "platform/nuv/AllSteps.h"
+
 #include <cstdint>
-#include <exception>
 #include <memory>
 
 namespace Nuv {
@@ -87,20 +88,14 @@ class NotifieeList : public NotifieeListBase {
       if (empty()) {
          return;
       }
-      std::exception_ptr failure;
+      AllSteps steps;
       {
          Walk walk(*this);
          while (auto* notifiee = walk.next()) {
-            try {
-               tell(static_cast<N&>(*notifiee));
-            } catch (...) {
-               failure = failure ? failure : std::current_exception();
-            }
+            steps([&] { tell(static_cast<N&>(*notifiee)); });
          }
       }
-      if (failure) {
-         std::rethrow_exception(failure);
-      }
+      steps.finish();
    }
 };
 

@@ -1,6 +1,9 @@
 #include "platform/nuv/Ptr.h"
 
+#include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Assert.h"
+
+#include <cstdio>
 
 namespace Nuv {
 
@@ -38,12 +41,25 @@ Object::zeroReferences() {
       return;
    }
    flagIs(zeroReferencesFlag, true);
-   onZeroReferences();
+   AllSteps steps;
+   steps([this] { onZeroReferences(); });
    if (references() == 0) {
       // Still flagged: what the destructors take and give back must not end the object again.
       delete this;
    } else {
       flagIs(zeroReferencesFlag, false);
+   }
+   steps.finish();
+}
+
+void
+Object::zeroReferencesQuietly() noexcept {
+   try {
+      zeroReferences();
+   } catch (std::exception const& error) {
+      std::fprintf(stderr, "an observer failed at the end of an object: %s\n", error.what());
+   } catch (...) {
+      std::fprintf(stderr, "an observer failed at the end of an object\n");
    }
 }
 

@@ -39,6 +39,10 @@ class Object {
    /// Gives one reference back. The object may be gone when this returns.
    void referenceDel() const;
 
+   /// The same, for those who must not throw: what an observer of the object's end throws is written to
+   /// standard error and goes no further.
+   void referenceDelQuietly() const noexcept;
+
  protected:
    Object() = default;
    virtual ~Object() = default;
@@ -56,7 +60,9 @@ class Object {
 
    static bool isThreadSafe_;
 
+   bool isLastReferenceDel() const;
    void zeroReferences();
+   void zeroReferencesQuietly() noexcept;
    void flagIs(std::uint32_t flag, bool value);
    [[noreturn]] static void countFailed(char const* condition);
 
@@ -72,15 +78,27 @@ Object::referenceAdd() const {
    }
 }
 
-inline void
-Object::referenceDel() const {
+inline bool
+Object::isLastReferenceDel() const {
    std::uint32_t before =
          isThreadSafe_ ? std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) : word_--;
-   if ((before & countMask) <= 1) [[unlikely]] {
-      if ((before & countMask) == 0) {
-         countFailed("references > 0");
-      }
+   if ((before & countMask) == 0) [[unlikely]] {
+      countFailed("references > 0");
+   }
+   return (before & countMask) == 1;
+}
+
+inline void
+Object::referenceDel() const {
+   if (isLastReferenceDel()) [[unlikely]] {
       const_cast<Object*>(this)->zeroReferences();
+   }
+}
+
+inline void
+Object::referenceDelQuietly() const noexcept {
+   if (isLastReferenceDel()) [[unlikely]] {
+      const_cast<Object*>(this)->zeroReferencesQuietly();
    }
 }
 
@@ -138,7 +156,7 @@ class Ptr {
    }
    void del() const {
       if (object_) {
-         object_->referenceDel();
+         object_->referenceDelQuietly();
       }
    }
 

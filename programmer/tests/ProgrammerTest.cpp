@@ -273,6 +273,32 @@ TEST_F(ProgrammerTest, SetTooLargeForABlockIsRefusedAndLeavesNothing) {
    EXPECT_EQ(rowsPresent(), 1u);
 }
 
+TEST_F(ProgrammerTest, NewTablesDisturbNoRowThatIsInUse) {
+   interfaceIs(1, 0x11);
+   auto a = unicastVia(1, 1, 101);
+   auto before = blockOf({a});
+   auto group = groupIs(7, before, 1);
+   loop.runUntilIdle();
+   auto oldTable = programmer->l3EcmpMemberTable().get();
+   programmer->initTables(chip->chipInfo());
+   EXPECT_NE(programmer->l3EcmpMemberTable().get(), oldTable);
+   auto after = blockOf({a});
+   auto second = groupIs(8, after, 1);
+   loop.runUntilIdle();
+   EXPECT_NE(after, before);
+   before = nullptr;
+   groupDel(7);
+   group = nullptr;
+   loop.runUntilIdle();
+   auto other = blockOf({unicastVia(2, 1, 102)});
+   loop.runUntilIdle();
+   auto rows = ModelChip::followGroup(*chip, second->hwEntryIndex());
+   EXPECT_EQ(rows.problem, "");
+   ASSERT_THAT(rows.hops, SizeIs(1));
+   EXPECT_EQ(rows.hops[0].destinationId, 101);
+   EXPECT_EQ(rows.hops[0].dstMac.bytes[5], 1);
+}
+
 using ProgrammerDeathTest = ProgrammerTest;
 
 TEST_F(ProgrammerDeathTest, RefusesKindsThatMayNotReachTheUnderlay) {

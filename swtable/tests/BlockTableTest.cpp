@@ -245,19 +245,48 @@ TEST_F(BlockTableTest, GroupThatMovesKeepsItsOldBlockUntilTheChipHasTheNewRow) {
    EXPECT_THAT(rowsApplied, ElementsAre("IngL3NextHop2Table written 2", "EgrL3NextHop2 written 2",
                                         "L3UnderlayEcmpMember1Table written 1", "L3EcmpGroup0Table written 0",
                                         "L3UnderlayEcmpMember1Table cleared 0",
-                                        "IngL3NextHop2Table cleared 1", "EgrL3NextHop2 cleared 1"));
+                                        "EgrL3NextHop2 cleared 1", "IngL3NextHop2Table cleared 1"));
 }
 
 TEST_F(BlockTableTest, DifferentBlockAtTheSameIndexIsANewValueForAGroup) {
-   auto a = nextHopTo(1);
-   auto b = nextHopTo(2);
-   L3EcmpGroup0Table::Entry first;
-   first.ecmpBlockPtrHandle = a;
-   auto second = first;
-   second.ecmpBlockPtr = 7;
-   EXPECT_EQ(first, second);
-   second.ecmpBlockPtrHandle = b;
-   EXPECT_FALSE(first == second);
+   auto groups = l3EcmpGroup0TableFactory("L3EcmpGroup0Table");
+   groups->doInit(unit, stateDatabase, chip->chipInfo());
+   // Empty blocks of two tables are both at index 0.
+   auto others = l3UnderlayEcmpMember1TableFactory();
+   others->doInit(unit, stateDatabase, chip->chipInfo());
+   L3EcmpGroup0Table::Entry entry;
+   entry.ecmpBlockPtrHandle = blocks->entryBlockRef(Block());
+   auto group = groups->entryCommit({}, entry);
+   loop.runUntilIdle();
+   StateWatch watch(*group);
+   entry.ecmpBlockPtr = 7;
+   groups->entryCommit({}, entry);
+   EXPECT_THAT(watch.states, IsEmpty());
+   auto block = others->entryBlockRef(Block());
+   EXPECT_EQ(block->hwEntryIndex(), entry.ecmpBlockPtrHandle->hwEntryIndex());
+   entry.ecmpBlockPtrHandle = block;
+   groups->entryCommit({}, entry);
+   loop.runUntilIdle();
+   EXPECT_THAT(watch.states, ElementsAre(State::unresolved, State::inProgress, State::success));
+}
+
+TEST_F(BlockTableTest, RunStaysTakenWhileAnotherTableUsesTheSameBlock) {
+   auto others = l3UnderlayEcmpMember1TableFactory();
+   others->doInit(unit, stateDatabase, chip->chipInfo());
+   EXPECT_EQ(others->indexAllocator(), blocks->indexAllocator());
+   auto block = blockOf({nextHopTo(1), nextHopTo(2)});
+   auto here = blocks->entryBlockRef(block);
+   auto there = others->entryBlockRef(block);
+   loop.runUntilIdle();
+   EXPECT_EQ(here->hwEntryIndex(), there->hwEntryIndex());
+   here = nullptr;
+   loop.runUntilIdle();
+   EXPECT_EQ(blocks->indexAllocator()->used(), 2u);
+   EXPECT_TRUE(chip->table(memberTable)->hasRow(0));
+   there = nullptr;
+   EXPECT_EQ(blocks->indexAllocator()->used(), 0u);
+   loop.runUntilIdle();
+   EXPECT_EQ(chip->table(memberTable)->rowsPresent(), 0u);
 }
 
 } // namespace

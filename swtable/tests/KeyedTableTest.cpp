@@ -158,7 +158,7 @@ TEST_F(KeyedTableTest, TracesAnEntryFromWriteToEnd) {
    EXPECT_EQ(trace.count("EgrL3Oif2 entryhandle state: success, key : 3"), 1u);
    trace.clear();
    table->entryRemove(3);
-   EXPECT_EQ(trace.count("EgrL3Oif2 : Removing entry at key : 3, entryType:committed, refCnt:2"), 1u);
+   EXPECT_EQ(trace.count("EgrL3Oif2 : Removing entry at key : 3, entryType:committed, refCnt:1"), 1u);
    EXPECT_EQ(trace.count("EgrL3Oif2 : entryhandle cleanup, eh : 0x"), 1u);
    EXPECT_EQ(trace.count("hwTableEntryDel EgrL3Oif2 : key: 3"), 1u);
 }

@@ -183,6 +183,64 @@ TEST_F(L3NextHop2TableTest, SharesTheChipsAllocatorAndGivesItBack) {
    EXPECT_EQ(shared->sharers(L3NextHop2SharedAllocator::staticFwkType()), 0u);
 }
 
+TEST_F(L3NextHop2TableTest, IndexStaysTakenWhileASecondTableUsesTheKey) {
+   auto second = l3NextHop2TableFactory();
+   second->doInit(unit, stateDatabase, chip->chipInfo());
+   auto first = write(7);
+   loop.runUntilIdle();
+   IngL3NextHop2Table::Entry ing;
+   ing.destinationId = 7;
+   auto egr = *nextHops->egrL3NextHop2Entry(keyOf(7));
+   auto handle = second->entryWrite(keyOf(7), ing, egr, Asic::AutoRemoveType::automatic);
+   loop.runUntilIdle();
+   EXPECT_EQ(handle->hwEntryIndex(), first->hwEntryIndex());
+   rowsApplied.clear();
+   first = nullptr;
+   loop.runUntilIdle();
+   EXPECT_THAT(rowsApplied, IsEmpty());
+   EXPECT_EQ(nextHops->indexAllocator()->holders(), 1u);
+   auto other = write(8);
+   loop.runUntilIdle();
+   EXPECT_NE(other->hwEntryIndex(), handle->hwEntryIndex());
+}
+
+TEST_F(L3NextHop2TableTest, WriteThatIsOvertakenByItsObserverGivesWay) {
+   auto handle = write(7, 10);
+   loop.runUntilIdle();
+   auto egr = nextHops->egrL3NextHop2()->entryHandle(1);
+   StateWatch watch(*egr);
+   watch.onState = [&] {
+      watch.onState = {};
+      write(7, 30);
+   };
+   write(7, 20);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHops->egrL3NextHop2Entry(keyOf(7))->dstMacAddress.bytes[5], 30);
+   EXPECT_EQ(handle->entryState(), State::success);
+}
+
+TEST_F(L3NextHop2TableTest, HandleOfATableThatIsTakenDownIsValidNoLonger) {
+   auto handle = write(7);
+   loop.runUntilIdle();
+   nextHops->cleanup();
+   EXPECT_FALSE(handle->isHwIndexValid());
+   EXPECT_FALSE(write(8));
+   loop.runUntilIdle();
+   EXPECT_EQ(chip->table("IngL3NextHop2Table")->rowsPresent(), 0u);
+   EXPECT_EQ(chip->table("EgrL3NextHop2")->rowsPresent(), 0u);
+}
+
+TEST_F(L3NextHop2TableTest, RecoversWhenItsEgressHalfIsWrittenAnew) {
+   interfaces->entryCommit(16, EgrL3Oif2::Entry());
+   interfaces->entryCommit(2, EgrL3Oif2::Entry());
+   auto handle = write(7, 1, 16);
+   ASSERT_EQ(handle->entryState(), State::failedNeededEntry);
+   write(7, 1, 2);
+   EXPECT_EQ(handle->entryState(), State::unresolved);
+   loop.runUntilIdle();
+   EXPECT_EQ(handle->entryState(), State::success);
+}
+
 TEST_F(L3NextHop2TableTest, PrintsItsEntries) {
    IngL3NextHop2Table::Entry ing;
    ing.destinationId = 65535;

@@ -29,7 +29,7 @@ TEST(U13, ARefusalIsAnExceptionOfTheTypeSystem) {
 
 TEST(U13, SaysItsBoundBeforeOneIsBuilt) {
    EXPECT_EQ(std::numeric_limits<U13>::max(), 0x1fffu);
-   EXPECT_NO_THROW(U13(std::numeric_limits<U13>::max()));
+   EXPECT_EQ(U13(std::numeric_limits<U13>::max()).value(), 0x1fffu);
 }
 
 TEST(U13, IsAValue) {

@@ -1,0 +1,157 @@
+#include "chip/model/testing/ChipTest.h"
+#include "tables/EgrL3NextHop2.h"
+#include "tables/EgrL3Oif2.h"
+
+namespace ZandorL3Tunnel {
+namespace {
+
+using testing::ElementsAre;
+
+EgrL3Oif2::Entry
+interfaceOf(std::uint8_t mac) {
+   EgrL3Oif2::Entry entry;
+   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
+   return entry;
+}
+
+/// Does something when the handle's index is valid no longer: on the way out of its table.
+class EndWatch final : public Asic::SwTableBase::EntryHandle::Notifiee {
+ public:
+   EndWatch(Asic::SwTableBase::EntryHandle const& handle, std::function<void()> onEnd)
+       : handle_(handle), onEnd_(std::move(onEnd)) {
+      handle.notifieeIs(*this);
+   }
+
+   void handleHwIndexValid() override {
+      if (!handle_.isHwIndexValid()) {
+         auto onEnd = std::exchange(onEnd_, {});
+         if (onEnd) {
+            onEnd();
+         }
+      }
+   }
+
+ private:
+   Asic::SwTableBase::EntryHandle const& handle_;
+   std::function<void()> onEnd_;
+};
+
+class ReentryTest : public ModelChip::ChipTest {
+ protected:
+   ReentryTest() : ChipTest({{"EgrL3Oif2", 16384}}) { table->doInit(unit, stateDatabase, chip->chipInfo()); }
+
+   std::uint8_t macInRow(Asic::Index index) const {
+      return std::uint8_t(ModelChip::EgrL3Oif2::srcMac.unpack(chip->table("EgrL3Oif2")->row(index)));
+   }
+
+   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
+};
+
+TEST_F(ReentryTest, KeyWrittenAnewDuringItsEndBeginsANewEntry) {
+   auto handle = table->entryRef(3, interfaceOf(7));
+   loop.runUntilIdle();
+   EndWatch watch(*handle, [&] { table->entryCommit(3, interfaceOf(8)); });
+   handle = nullptr;
+   ASSERT_TRUE(table->entryHas(3));
+   loop.runUntilIdle();
+   EXPECT_EQ(table->entryHandle(3)->entryState(), State::success);
+   EXPECT_EQ(macInRow(3), 8);
+   table->entryRemove(3);
+   loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 0u);
+   EXPECT_EQ(rowsPresent(), 0u);
+}
+
+TEST_F(ReentryTest, KeyWrittenAnewByAnObserverOfTheTableBeginsANewEntry) {
+   struct Writer final : ResolvedEntryNotifiee<Asic::Index> {
+      explicit Writer(EgrL3Oif2& to) : table(to) {}
+      void handleResolvedEntry(Asic::Index const& index) override {
+         if (!table.resolvedEntry(index) && !isDone) {
+            isDone = true;
+            table.entryCommit(index, interfaceOf(9));
+         }
+      }
+      EgrL3Oif2& table;
+      bool isDone{};
+   };
+   auto handle = table->entryRef(3, interfaceOf(7));
+   loop.runUntilIdle();
+   Writer writer(*table);
+   table->resolvedEntryNotifiees().notifieeIs(writer);
+   handle = nullptr;
+   loop.runUntilIdle();
+   EXPECT_TRUE(writer.isDone);
+   EXPECT_EQ(macInRow(3), 9);
+   EXPECT_EQ(table->entryHandle(3)->entryState(), State::success);
+}
+
+TEST_F(ReentryTest, HandlesMayBeDroppedWhileTheirTableIsTakenDown) {
+   std::vector<Handle> handles;
+   for (Asic::Index index = 1; index <= 3; ++index) {
+      handles.push_back(table->entryRef(index, interfaceOf(1)));
+   }
+   loop.runUntilIdle();
+   std::vector<std::unique_ptr<EndWatch>> watches;
+   for (auto const& handle : handles) {
+      watches.push_back(std::make_unique<EndWatch>(*handle, [&] { handles.clear(); }));
+   }
+   table->cleanup();
+   loop.runUntilIdle();
+   EXPECT_TRUE(handles.empty());
+   EXPECT_EQ(rowsPresent(), 0u);
+   EXPECT_EQ(table->handles().size(), 0u);
+}
+
+TEST_F(ReentryTest, TableThatWasTakenDownTakesNoEntries) {
+   table->cleanup();
+   EXPECT_FALSE(table->entryCommit(3, interfaceOf(7)));
+   EXPECT_FALSE(table->entryRef(4, interfaceOf(7)));
+   table->cleanup();
+   loop.runUntilIdle();
+   EXPECT_EQ(rowsPresent(), 0u);
+}
+
+TEST_F(ReentryTest, AnswerOfTheOldRowIsOnlyRecordedWhenTheNewValueFailed) {
+   auto nextHops = egrL3NextHop2Factory("EgrL3NextHop2");
+   nextHops->doInit(unit, stateDatabase, chip->chipInfo());
+   table->entryCommit(5, interfaceOf(1));
+   table->entryCommit(0x2000, interfaceOf(2));
+   loop.runUntilIdle();
+   EgrL3NextHop2::Entry narrow;
+   narrow.l3Oif2Handle = table->entryWeakRef(5);
+   EgrL3NextHop2::Entry wide;
+   wide.l3Oif2Handle = table->entryWeakRef(0x2000);
+   auto nextHop = nextHops->entryRef(1, narrow);
+   nextHops->entryRef(1, wide);
+   EXPECT_EQ(nextHop->entryState(), State::failed);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHop->entryState(), State::failed);
+   nextHops->entryRef(1, narrow);
+   EXPECT_EQ(nextHop->entryState(), State::success);
+}
+
+TEST_F(ReentryTest, ObserverThatThrowsStopsNeitherTheRowNorTheOthers) {
+   auto handle = table->entryCommit(3, interfaceOf(7));
+   loop.runUntilIdle();
+   ModelChip::StateWatch first(*handle);
+   ModelChip::StateWatch second(*handle);
+   first.onState = [] { throw std::runtime_error("observer"); };
+   EXPECT_THROW(table->entryCommit(3, interfaceOf(8)), std::runtime_error);
+   first.onState = {};
+   loop.runUntilIdle();
+   EXPECT_EQ(macInRow(3), 8);
+   EXPECT_THAT(second.states, ElementsAre(State::unresolved, State::inProgress, State::success));
+}
+
+TEST_F(ReentryTest, ObserverThatThrowsAtTheEndStopsNothing) {
+   auto handle = table->entryRef(3, interfaceOf(7));
+   loop.runUntilIdle();
+   EndWatch watch(*handle, [] { throw std::runtime_error("observer"); });
+   handle = nullptr;
+   loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 0u);
+   EXPECT_EQ(rowsPresent(), 0u);
+}
+
+} // namespace
+} // namespace ZandorL3Tunnel
