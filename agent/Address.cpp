@@ -10,12 +10,15 @@ namespace {
 
 int
 hexDigit(char c) {
-   if (c >= '0' && c <= '9')
+   if (c >= '0' && c <= '9') {
       return c - '0';
-   if (c >= 'a' && c <= 'f')
+   }
+   if (c >= 'a' && c <= 'f') {
       return c - 'a' + 10;
-   if (c >= 'A' && c <= 'F')
+   }
+   if (c >= 'A' && c <= 'F') {
       return c - 'A' + 10;
+   }
    return -1;
 }
 
@@ -37,13 +40,15 @@ MacAddress::text() const {
 std::optional<MacAddress>
 MacAddress::parse(std::string const& text) {
    MacAddress result;
-   if (text.size() != 3 * result.bytes.size() - 1)
+   if (text.size() != 3 * result.bytes.size() - 1) {
       return std::nullopt;
+   }
    for (std::size_t i = 0; i < result.bytes.size(); ++i) {
       int const high = hexDigit(text[3 * i]);
       int const low = hexDigit(text[3 * i + 1]);
-      if (high < 0 || low < 0 || (i > 0 && text[3 * i - 1] != ':'))
+      if (high < 0 || low < 0 || (i > 0 && text[3 * i - 1] != ':')) {
          return std::nullopt;
+      }
       result.bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
    }
    return result;
@@ -52,8 +57,9 @@ MacAddress::parse(std::string const& text) {
 std::optional<MacAddress>
 MacAddress::fromBytes(std::span<std::byte const> source) {
    MacAddress result;
-   if (source.size() != result.bytes.size())
+   if (source.size() != result.bytes.size()) {
       return std::nullopt;
+   }
    std::memcpy(result.bytes.data(), source.data(), source.size());
    return result;
 }
@@ -83,19 +89,22 @@ IpAddress::fromV4(std::uint32_t value) {
 std::optional<IpAddress>
 IpAddress::parse(std::string const& text) {
    IpAddress result;
-   if (inet_pton(AF_INET, text.c_str(), result.bytes.data()) == 1)
+   if (inet_pton(AF_INET, text.c_str(), result.bytes.data()) == 1) {
       return result;
+   }
    result = {.family = Family::v6, .bytes = {}};
-   if (inet_pton(AF_INET6, text.c_str(), result.bytes.data()) == 1)
+   if (inet_pton(AF_INET6, text.c_str(), result.bytes.data()) == 1) {
       return result;
+   }
    return std::nullopt;
 }
 
 std::optional<IpAddress>
 IpAddress::fromBytes(std::span<std::byte const> source) {
    IpAddress result;
-   if (source.size() != 4 && source.size() != 16)
+   if (source.size() != 4 && source.size() != 16) {
       return std::nullopt;
+   }
    result.family = source.size() == 4 ? Family::v4 : Family::v6;
    std::memcpy(result.bytes.data(), source.data(), source.size());
    return result;

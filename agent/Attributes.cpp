@@ -21,9 +21,10 @@ behindFixedPart(std::string const& message, nlmsghdr const* header, std::size_t 
 void
 checkFixedPart(std::string const& message, nlmsghdr const* header, std::size_t size) {
    std::size_t const got = mnl_nlmsg_get_payload_len(header);
-   if (got < size)
+   if (got < size) {
       throw MessageError(message + ": " + std::to_string(got) + " bytes are fewer than its fixed part of " +
                          std::to_string(size));
+   }
 }
 
 Attributes::Attributes(std::string const& message, nlmsghdr const* header, std::size_t fixedSize)
@@ -33,11 +34,13 @@ Attributes::Attributes(std::string context, std::span<std::byte const> bytes)
     : context_(std::move(context)), bytes_(bytes) {
    for (auto rest = bytes; !rest.empty(); rest = behindFirst(rest)) {
       auto const* const attribute = reinterpret_cast<nlattr const*>(rest.data());
-      if (mnl_attr_ok(attribute, static_cast<int>(rest.size())))
+      if (mnl_attr_ok(attribute, static_cast<int>(rest.size()))) {
          continue;
+      }
       std::string const where = "attributes at byte " + std::to_string(bytes.size() - rest.size());
-      if (rest.size() < sizeof(nlattr))
+      if (rest.size() < sizeof(nlattr)) {
          fail(where, std::to_string(rest.size()) + " bytes hold no attribute");
+      }
       fail(where, "attribute " + std::to_string(mnl_attr_get_type(attribute)) + " has length " +
                         std::to_string(mnl_attr_get_len(attribute)) + " of " + std::to_string(rest.size()) +
                         " bytes left");
@@ -61,8 +64,9 @@ Attributes::find(std::uint16_t type) const {
    nlattr const* found = nullptr; // the last one counts, as it does for the kernel
    for (auto rest = bytes_; !rest.empty(); rest = behindFirst(rest)) {
       auto const* const attribute = reinterpret_cast<nlattr const*>(rest.data());
-      if (mnl_attr_get_type(attribute) == type)
+      if (mnl_attr_get_type(attribute) == type) {
          found = attribute;
+      }
    }
    return found;
 }
@@ -81,8 +85,9 @@ Attributes::bytes(AttributeName name) const {
 std::optional<std::span<std::byte const>>
 Attributes::sized(AttributeName name, std::size_t size) const {
    auto const value = bytes(name);
-   if (value && value->size() != size)
+   if (value && value->size() != size) {
       fail(name.text, std::to_string(value->size()) + " bytes instead of " + std::to_string(size));
+   }
    return value;
 }
 
@@ -113,19 +118,22 @@ Attributes::index(AttributeName name) const {
 std::optional<IpAddress>
 Attributes::address(AttributeName name) const {
    auto const value = bytes(name);
-   if (!value)
+   if (!value) {
       return std::nullopt;
+   }
    auto const result = IpAddress::fromBytes(*value);
-   if (!result)
+   if (!result) {
       fail(name.text, std::to_string(value->size()) + " bytes are no IP address");
+   }
    return result;
 }
 
 std::optional<std::string>
 Attributes::text(AttributeName name) const {
    auto const value = bytes(name);
-   if (!value)
+   if (!value) {
       return std::nullopt;
+   }
    auto const* const begin = reinterpret_cast<char const*>(value->data());
    return std::string(begin, std::find(begin, begin + value->size(), '\0'));
 }
@@ -139,8 +147,9 @@ Attributes::nested(AttributeName name) const {
 std::uint32_t
 Attributes::requiredU32(AttributeName name) const {
    auto const value = u32(name);
-   if (!value)
+   if (!value) {
       fail(name.text, "is missing");
+   }
    return *value;
 }
 

@@ -17,26 +17,32 @@ std::set<IpAddress>
 tunnelDestinations(KernelState const& state) {
    std::set<IpAddress> result;
    auto const add = [&](std::optional<IpAddress> const& address) {
-      if (address && address->family == IpAddress::Family::v4)
+      if (address && address->family == IpAddress::Family::v4) {
          result.insert(*address);
+      }
    };
    auto const addObject = [&](std::uint32_t id) -> NextHopObject const* {
       auto const found = state.nextHops.find(id);
-      if (found == state.nextHops.end())
+      if (found == state.nextHops.end()) {
          return nullptr;
+      }
       add(found->second.hop.gateway);
       return &found->second;
    };
    for (auto const& [key, entry] : state.vxlanEntries) {
       Link const* const link = state.link(key.device);
-      if (!link || link->kind != LinkKind::vxlan)
+      if (!link || link->kind != LinkKind::vxlan) {
          continue;
+      }
       add(entry.destination);
-      if (!entry.nextHopId)
+      if (!entry.nextHopId) {
          continue;
-      if (auto const* const object = addObject(*entry.nextHopId))
-         for (auto const& member : object->group)
+      }
+      if (auto const* const object = addObject(*entry.nextHopId)) {
+         for (auto const& member : object->group) {
             addObject(member.id);
+         }
+      }
    }
    return result;
 }
@@ -44,18 +50,22 @@ tunnelDestinations(KernelState const& state) {
 std::optional<std::uint16_t>
 portVlanOf(KernelState const& state, int device) {
    auto const found = state.portVlans.find(device);
-   if (found != state.portVlans.end())
-      for (auto const& [vlan, flags] : found->second)
-         if (flags & BRIDGE_VLAN_INFO_PVID)
+   if (found != state.portVlans.end()) {
+      for (auto const& [vlan, flags] : found->second) {
+         if (flags & BRIDGE_VLAN_INFO_PVID) {
             return vlan;
+         }
+      }
+   }
    return std::nullopt;
 }
 
 bool
 leavesTagged(KernelState const& state, int port, std::uint16_t vlan) {
    auto const vlans = state.portVlans.find(port);
-   if (vlans == state.portVlans.end())
+   if (vlans == state.portVlans.end()) {
       return true;
+   }
    auto const found = vlans->second.find(vlan);
    return found == vlans->second.end() || !(found->second & BRIDGE_VLAN_INFO_UNTAGGED);
 }
@@ -67,49 +77,57 @@ findBridgePort(KernelState const& state, int bridgeIndex, Link const& bridge, De
    // The bridge itself sends in its own port VLAN; where it does not look at VLANs a tag is just carried
    // along.
    std::optional<std::uint16_t> vlan;
-   if (bridge.vlanFiltering)
+   if (bridge.vlanFiltering) {
       vlan = via.vlan ? via.vlan : portVlanOf(state, bridgeIndex);
+   }
    auto const found = via.mac && (vlan || !bridge.vlanFiltering)
                             ? state.bridgeEntries.find({bridgeIndex, vlan.value_or(0), *via.mac})
                             : state.bridgeEntries.end();
    if (found == state.bridgeEntries.end()) {
-      if (via.kind == ViaKind::unicast)
+      if (via.kind == ViaKind::unicast) {
          via.reason = "fdb-miss";
+      }
       return;
    }
    via.port = found->second;
    via.tagged = vlan ? leavesTagged(state, found->second, *vlan) : via.vlan.has_value();
-   if (*via.tagged && !via.vlan)
+   if (*via.tagged && !via.vlan) {
       via.vlan = vlan;
+   }
 }
 
 /// Fills in the VLAN and the port of a via whose device, and MAC if known, are there.
 void
 findPort(KernelState const& state, DerivedVia& via) {
    Link const& link = *state.link(*via.device);
-   if (link.kind == LinkKind::bridge)
+   if (link.kind == LinkKind::bridge) {
       return findBridgePort(state, *via.device, link, via);
+   }
    if (link.kind != LinkKind::vlan) {
       via.port = via.device;
       via.tagged = false;
       return;
    }
    via.vlan = link.vlan;
-   if (!link.lower)
+   if (!link.lower) {
       return;
+   }
    Link const* const lower = state.link(*link.lower);
-   if (lower && lower->kind == LinkKind::bridge)
+   if (lower && lower->kind == LinkKind::bridge) {
       return findBridgePort(state, *link.lower, *lower, via);
+   }
    via.port = link.lower;
    via.tagged = true;
 }
 
 std::string
 stateName(std::uint16_t state) {
-   if (state & NUD_FAILED)
+   if (state & NUD_FAILED) {
       return "FAILED";
-   if (state & NUD_INCOMPLETE)
+   }
+   if (state & NUD_INCOMPLETE) {
       return "INCOMPLETE";
+   }
    return (state & resolvedStates) ? "no Ethernet address" : "no state";
 }
 
@@ -145,13 +163,15 @@ derive(KernelState const& state, IpAddress const& address) {
       break;
    case RouteMatch::Outcome::forward:
       destination.vias.reserve(match.hops.size());
-      for (NextHop const& hop : match.hops)
+      for (NextHop const& hop : match.hops) {
          destination.vias.push_back(viaOf(state, hop, address));
+      }
       break;
    case RouteMatch::Outcome::local:
       via.kind = ViaKind::cpu;
-      if (!match.hops.empty())
+      if (!match.hops.empty()) {
          via.device = match.hops.front().device;
+      }
       destination.vias.push_back(std::move(via));
       break;
    case RouteMatch::Outcome::drop:
@@ -167,8 +187,9 @@ derive(KernelState const& state, IpAddress const& address) {
 std::vector<Destination>
 destinations(KernelState const& state) {
    std::vector<Destination> result;
-   for (IpAddress const& address : tunnelDestinations(state))
+   for (IpAddress const& address : tunnelDestinations(state)) {
       result.push_back(derive(state, address));
+   }
    return result;
 }
 

@@ -15,27 +15,33 @@ constexpr std::uint16_t maximumVlan = 4095;
 
 LinkKind
 linkKind(std::string const& kind) {
-   if (kind == "vlan")
+   if (kind == "vlan") {
       return LinkKind::vlan;
-   if (kind == "bridge")
+   }
+   if (kind == "bridge") {
       return LinkKind::bridge;
-   if (kind == "vxlan")
+   }
+   if (kind == "vxlan") {
       return LinkKind::vxlan;
+   }
    return LinkKind::plain;
 }
 
 void
 readInfo(Attributes const& info, Link& link) {
    link.kind = linkKind(info.text(L3TUNNEL_ATTRIBUTE(IFLA_INFO_KIND)).value_or(""));
-   if (link.kind != LinkKind::vlan && link.kind != LinkKind::bridge)
+   if (link.kind != LinkKind::vlan && link.kind != LinkKind::bridge) {
       return;
+   }
    auto const data = info.nested(L3TUNNEL_ATTRIBUTE(IFLA_INFO_DATA));
-   if (!data)
+   if (!data) {
       return;
-   if (link.kind == LinkKind::vlan)
+   }
+   if (link.kind == LinkKind::vlan) {
       link.vlan = data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_ID));
-   else
+   } else {
       link.vlanFiltering = data->u8(L3TUNNEL_ATTRIBUTE(IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
+   }
 }
 
 /// The device's own setting: the one for all devices is not told with a link.
@@ -43,8 +49,9 @@ bool
 ignoresLinkdown(Attributes const& families) {
    AttributeName const inet{AF_INET, "AF_INET"};
    auto const settings = families.nested(inet);
-   if (!settings)
+   if (!settings) {
       return false;
+   }
    auto const values =
          settings->bytes(L3TUNNEL_ATTRIBUTE(IFLA_INET_CONF)).value_or(std::span<std::byte const>());
    // Counted from 1; an older kernel has fewer of them.
@@ -57,18 +64,23 @@ readLink(ifinfomsg const& fixed, Attributes const& attributes) {
    Link link;
    link.flags = fixed.ifi_flags;
    link.name = attributes.text(L3TUNNEL_ATTRIBUTE(IFLA_IFNAME)).value_or("");
-   if (link.name.empty())
+   if (link.name.empty()) {
       attributes.fail("IFLA_IFNAME", "is missing");
-   if (auto const address = attributes.bytes(L3TUNNEL_ATTRIBUTE(IFLA_ADDRESS)))
+   }
+   if (auto const address = attributes.bytes(L3TUNNEL_ATTRIBUTE(IFLA_ADDRESS))) {
       link.mac = MacAddress::fromBytes(*address);
+   }
    // With this attribute the index counts in another network namespace and names no device here.
-   if (!attributes.has(IFLA_LINK_NETNSID))
+   if (!attributes.has(IFLA_LINK_NETNSID)) {
       link.lower = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_LINK));
+   }
    link.master = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_MASTER));
-   if (auto const info = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_LINKINFO)))
+   if (auto const info = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_LINKINFO))) {
       readInfo(*info, link);
-   if (auto const families = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC)))
+   }
+   if (auto const families = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC))) {
       link.ignoreLinkdown = ignoresLinkdown(*families);
+   }
    return link;
 }
 
@@ -78,22 +90,26 @@ readVlans(Attributes const& bridge) {
    std::map<std::uint16_t, std::uint16_t> vlans;
    std::optional<std::uint16_t> rangeBegin;
    bridge.each([&](std::uint16_t type, std::span<std::byte const> value) {
-      if (type != IFLA_BRIDGE_VLAN_INFO)
+      if (type != IFLA_BRIDGE_VLAN_INFO) {
          return;
-      if (value.size() != sizeof(bridge_vlan_info))
+      }
+      if (value.size() != sizeof(bridge_vlan_info)) {
          bridge.fail("IFLA_BRIDGE_VLAN_INFO", std::to_string(value.size()) + " bytes instead of " +
                                                     std::to_string(sizeof(bridge_vlan_info)));
+      }
       auto const info = read<bridge_vlan_info>(value);
-      if (info.vid > maximumVlan)
+      if (info.vid > maximumVlan) {
          bridge.fail("IFLA_BRIDGE_VLAN_INFO", "VLAN " + std::to_string(info.vid));
+      }
       if (info.flags & BRIDGE_VLAN_INFO_RANGE_BEGIN) {
          rangeBegin = info.vid;
          return;
       }
       std::uint16_t const first =
             info.flags & BRIDGE_VLAN_INFO_RANGE_END ? rangeBegin.value_or(info.vid) : info.vid;
-      for (std::uint16_t vlan = first; vlan <= info.vid; ++vlan)
+      for (std::uint16_t vlan = first; vlan <= info.vid; ++vlan) {
          vlans[vlan] = info.flags & ~BRIDGE_VLAN_INFO_RANGE_END;
+      }
    });
    return vlans;
 }
@@ -107,10 +123,11 @@ applyLink(KernelState& state, nlmsghdr const* header) {
    Attributes const attributes(message, header, sizeof fixed);
    bool const removed = header->nlmsg_type == RTM_DELLINK;
    if (fixed.ifi_family == AF_BRIDGE) { // about the device as a port: it stays when it is one no more
-      if (removed)
+      if (removed) {
          state.portVlans.erase(fixed.ifi_index);
-      else if (auto const bridge = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC)))
+      } else if (auto const bridge = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC))) {
          state.portVlans[fixed.ifi_index] = readVlans(*bridge);
+      }
    } else if (removed) {
       state.links.erase(fixed.ifi_index);
    } else {

@@ -15,14 +15,17 @@ namespace {
 /// Errors, and dumps that the kernel broke off, come with a negative error number.
 void
 checkControl(nlmsghdr const* header) {
-   if (header->nlmsg_type == NLMSG_OVERRUN)
+   if (header->nlmsg_type == NLMSG_OVERRUN) {
       throw MessageError("NLMSG_OVERRUN: the kernel lost data");
-   if (header->nlmsg_type != NLMSG_ERROR && header->nlmsg_type != NLMSG_DONE)
+   }
+   if (header->nlmsg_type != NLMSG_ERROR && header->nlmsg_type != NLMSG_DONE) {
       return;
+   }
    char const* const name = header->nlmsg_type == NLMSG_ERROR ? "NLMSG_ERROR" : "NLMSG_DONE";
    int const code = fixedPart<int>(name, header);
-   if (code != 0)
+   if (code != 0) {
       throw MessageError(std::string(name) + ": the kernel answered with error " + std::to_string(code));
+   }
 }
 
 /// The library compares lengths as signed numbers, so one with the highest bit set would pass it.
@@ -86,8 +89,9 @@ messageName(std::uint16_t type) {
 
 void
 applyDatagram(KernelState& state, std::span<std::byte const> datagram) {
-   if (datagram.empty())
+   if (datagram.empty()) {
       return;
+   }
    // Headers and attributes are read in place, which needs the alignment that they have in the kernel's
    // buffer.
    std::vector<std::uint32_t> aligned((datagram.size() + 3) / 4);
@@ -99,12 +103,13 @@ applyDatagram(KernelState& state, std::span<std::byte const> datagram) {
       applyMessage(state, header);
       header = mnl_nlmsg_next(header, &left);
    }
-   if (left > 0)
+   if (left > 0) {
       throw MessageError(left < static_cast<int>(sizeof(nlmsghdr))
                                ? std::to_string(left) + " bytes at the end hold no message"
                                : messageName(header->nlmsg_type) + ": its length " +
                                        std::to_string(header->nlmsg_len) + " does not fit the " +
                                        std::to_string(left) + " bytes left");
+   }
 }
 
 KernelState
@@ -112,8 +117,9 @@ recordedState(std::filesystem::path const& file) {
    KernelState state;
    Recording recording(file);
    while (auto const frame = recording.next()) {
-      if (frame->kind != FrameKind::dumpReply)
+      if (frame->kind != FrameKind::dumpReply) {
          continue;
+      }
       try {
          applyDatagram(state, frame->payload);
       } catch (MessageError const& e) {

@@ -18,23 +18,27 @@ readMac(Attributes const& attributes) {
 MacAddress
 requiredMac(Attributes const& attributes) {
    auto const mac = readMac(attributes);
-   if (!mac)
+   if (!mac) {
       attributes.fail("NDA_LLADDR", "is no Ethernet address");
+   }
    return *mac;
 }
 
 void
 applyIpNeighbour(KernelState& state, bool removed, ndmsg const& fixed, Attributes const& attributes) {
-   if (fixed.ndm_flags & NTF_PROXY) // an address that is answered for, not a neighbour
+   if (fixed.ndm_flags & NTF_PROXY) { // an address that is answered for, not a neighbour
       return;
+   }
    auto const address = attributes.address(L3TUNNEL_ATTRIBUTE(NDA_DST));
-   if (!address)
+   if (!address) {
       attributes.fail("NDA_DST", "is missing");
+   }
    NeighbourKey const key{.device = fixed.ndm_ifindex, .address = *address};
-   if (removed)
+   if (removed) {
       state.neighbours.erase(key);
-   else
+   } else {
       state.neighbours[key] = {.state = fixed.ndm_state, .mac = readMac(attributes)};
+   }
 }
 
 void
@@ -43,32 +47,36 @@ applyVxlanEntry(KernelState& state, bool removed, ndmsg const& fixed, Attributes
    auto const nextHopId = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_NH_ID));
    // Addresses that any device listens to have neither, nor have the echoes that some kernels send of each
    // change.
-   if (!destination && !nextHopId)
+   if (!destination && !nextHopId) {
       return;
+   }
    MacAddress const mac = requiredMac(attributes);
    VxlanKey const key{.device = fixed.ndm_ifindex,
                       .sourceVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_SRC_VNI)).value_or(0),
                       .mac = mac,
                       .groupDestination = mac.isGroupOrZero() ? destination : std::nullopt};
-   if (removed)
+   if (removed) {
       state.vxlanEntries.erase(key);
-   else
+   } else {
       state.vxlanEntries[key] = {.destination = destination, .nextHopId = nextHopId};
+   }
 }
 
 void
 applyBridgeEntry(KernelState& state, bool removed, ndmsg const& fixed, Attributes const& attributes) {
    auto const bridge = attributes.index(L3TUNNEL_ATTRIBUTE(NDA_MASTER));
-   if (!bridge)
+   if (!bridge) {
       return;
+   }
    // A MAC that moves to another port is announced on its new port only, so the port is no part of the key.
    BridgeKey const key{.bridge = *bridge,
                        .vlan = attributes.u16(L3TUNNEL_ATTRIBUTE(NDA_VLAN)).value_or(0),
                        .mac = requiredMac(attributes)};
-   if (removed)
+   if (removed) {
       state.bridgeEntries.erase(key);
-   else
+   } else {
       state.bridgeEntries[key] = fixed.ndm_ifindex;
+   }
 }
 
 } // namespace
@@ -79,12 +87,13 @@ applyNeighbour(KernelState& state, nlmsghdr const* header) {
    auto const fixed = fixedPart<ndmsg>(message, header);
    Attributes const attributes(message, header, sizeof fixed);
    bool const removed = header->nlmsg_type == RTM_DELNEIGH;
-   if (fixed.ndm_family == AF_INET || fixed.ndm_family == AF_INET6)
+   if (fixed.ndm_family == AF_INET || fixed.ndm_family == AF_INET6) {
       applyIpNeighbour(state, removed, fixed, attributes);
-   else if (fixed.ndm_family == AF_BRIDGE && (fixed.ndm_flags & NTF_SELF))
+   } else if (fixed.ndm_family == AF_BRIDGE && (fixed.ndm_flags & NTF_SELF)) {
       applyVxlanEntry(state, removed, fixed, attributes);
-   else if (fixed.ndm_family == AF_BRIDGE)
+   } else if (fixed.ndm_family == AF_BRIDGE) {
       applyBridgeEntry(state, removed, fixed, attributes);
+   }
 }
 
 } // namespace L3TunnelAgent

@@ -20,8 +20,9 @@ template <typename T>
 T
 littleEndian(unsigned char const* bytes) {
    T value = 0;
-   for (std::size_t i = sizeof(T); i-- > 0;)
+   for (std::size_t i = sizeof(T); i-- > 0;) {
       value = static_cast<T>(value << 8 | bytes[i]);
+   }
    return value;
 }
 
@@ -34,12 +35,14 @@ Recording::Close::operator()(gzFile_s* stream) const {
 
 Recording::Recording(std::filesystem::path const& file)
     : file_(file.string()), stream_(gzopen(file_.c_str(), "rb")) {
-   if (!stream_)
+   if (!stream_) {
       throw RecordingError(file_ + ": cannot be opened: " + std::strerror(errno));
+   }
    std::array<char, magic.size()> head;
    std::size_t const size = read(head.data(), head.size());
-   if (std::string_view(head.data(), size) != magic)
+   if (std::string_view(head.data(), size) != magic) {
       throw RecordingError(file_ + ": is no recording: it does not begin with " + std::string(magic));
+   }
    offset_ = magic.size();
 }
 
@@ -47,26 +50,31 @@ std::optional<Frame>
 Recording::next() {
    std::array<unsigned char, lengthSize + headSize> head;
    std::size_t const size = read(head.data(), head.size());
-   if (size == 0)
+   if (size == 0) {
       return std::nullopt;
-   if (size < head.size())
+   }
+   if (size < head.size()) {
       throw errorAt("the file ends within the frame's head");
+   }
 
    auto const length = littleEndian<std::uint32_t>(head.data());
-   if (length < headSize || length - headSize > maximumPayload)
+   if (length < headSize || length - headSize > maximumPayload) {
       throw errorAt("length " + std::to_string(length) + " is outside " + std::to_string(headSize) + " to " +
                     std::to_string(headSize + maximumPayload));
-   if (head[4] > static_cast<unsigned char>(FrameKind::note))
+   }
+   if (head[4] > static_cast<unsigned char>(FrameKind::note)) {
       throw errorAt("unknown kind " + std::to_string(head[4]));
+   }
 
    Frame frame{.kind = static_cast<FrameKind>(head[4]),
                .tag = head[5],
                .sender = littleEndian<std::uint32_t>(&head[8]),
                .nanoseconds = littleEndian<std::uint64_t>(&head[12]),
                .payload = std::vector<std::byte>(length - headSize)};
-   if (read(frame.payload.data(), frame.payload.size()) < frame.payload.size())
+   if (read(frame.payload.data(), frame.payload.size()) < frame.payload.size()) {
       throw errorAt("the file ends within the frame's payload of " + std::to_string(length - headSize) +
                     " bytes");
+   }
    ++count_;
    offset_ += lengthSize + length;
    return frame;
@@ -88,8 +96,9 @@ Recording::read(void* target, std::size_t size) {
    int const got = gzread(stream_.get(), target, static_cast<unsigned>(size));
    int code = Z_OK;
    char const* const text = gzerror(stream_.get(), &code);
-   if (got < 0 || (static_cast<std::size_t>(got) < size && code != Z_OK && code != Z_STREAM_END))
+   if (got < 0 || (static_cast<std::size_t>(got) < size && code != Z_OK && code != Z_STREAM_END)) {
       throw errorAt(code == Z_ERRNO ? std::strerror(errno) : text);
+   }
    return static_cast<std::size_t>(got);
 }
 

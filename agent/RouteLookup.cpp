@@ -11,15 +11,17 @@ namespace {
 
 bool
 applies(Rule const& rule, std::uint32_t destination) {
-   if (rule.selective || rule.action != FR_ACT_TO_TBL)
+   if (rule.selective || rule.action != FR_ACT_TO_TBL) {
       return false;
+   }
    return !rule.destination || Prefix::of(destination, rule.destination->length) == *rule.destination;
 }
 
 bool
 inUse(KernelState const& state, NextHop const& hop) {
-   if (hop.dead)
+   if (hop.dead) {
       return false;
+   }
    Link const* const link = state.link(hop.device);
    return !(hop.linkdown && link && link->ignoreLinkdown);
 }
@@ -40,19 +42,23 @@ namedHops(KernelState const& state, Route const& route) {
    // Dumps of routes and of objects are made one after the other, so an object may be missing.
    auto const addObject = [&](std::uint32_t id, unsigned weight) {
       auto const found = state.nextHops.find(id);
-      if (found == state.nextHops.end() || !found->second.group.empty() || found->second.fdb)
+      if (found == state.nextHops.end() || !found->second.group.empty() || found->second.fdb) {
          return;
+      }
       named.blackhole |= found->second.blackhole;
       named.hops.push_back(found->second.hop);
       named.hops.back().weight = weight;
    };
    auto const object = state.nextHops.find(*route.nextHopId);
-   if (object == state.nextHops.end())
+   if (object == state.nextHops.end()) {
       return named;
-   for (auto const& member : object->second.group)
+   }
+   for (auto const& member : object->second.group) {
       addObject(member.id, member.weight);
-   if (object->second.group.empty())
+   }
+   if (object->second.group.empty()) {
       addObject(*route.nextHopId, 1);
+   }
    return named;
 }
 
@@ -79,11 +85,13 @@ match(KernelState const& state, Route const& route) {
       break;
    }
    NamedHops named = namedHops(state, route);
-   if (named.blackhole)
+   if (named.blackhole) {
       return RouteMatch{Outcome::drop, {}, "blackhole"};
+   }
    std::erase_if(named.hops, [&](NextHop const& hop) { return !inUse(state, hop); });
-   if (named.hops.empty())
+   if (named.hops.empty()) {
       return std::nullopt;
+   }
    return RouteMatch{Outcome::forward, std::move(named.hops), ""};
 }
 
@@ -93,16 +101,19 @@ match(KernelState const& state, Route const& route) {
 std::optional<RouteMatch>
 searchTable(KernelState const& state, Rule const& rule, std::uint32_t destination, std::string& why) {
    auto const table = state.tables.find(rule.table);
-   if (table == state.tables.end())
+   if (table == state.tables.end()) {
       return std::nullopt;
+   }
    for (int length = 32; length >= 0; --length) {
       auto const* const routes =
             table->second.find(Prefix::of(destination, static_cast<std::uint8_t>(length)));
-      if (!routes)
+      if (!routes) {
          continue;
+      }
       for (Route const& route : *routes) {
-         if (route.tos != 0)
+         if (route.tos != 0) {
             continue;
+         }
          if (route.type == RTN_THROW) {
             why = "no route: throw";
             return std::nullopt;
@@ -112,8 +123,9 @@ searchTable(KernelState const& state, Rule const& rule, std::uint32_t destinatio
             why = "no route: next hops down";
             continue;
          }
-         if (rule.suppressedLength && static_cast<std::uint32_t>(length) <= *rule.suppressedLength)
+         if (rule.suppressedLength && static_cast<std::uint32_t>(length) <= *rule.suppressedLength) {
             return std::nullopt;
+         }
          return found;
       }
    }
@@ -125,10 +137,13 @@ searchTable(KernelState const& state, Rule const& rule, std::uint32_t destinatio
 RouteMatch
 findRoute(KernelState const& state, std::uint32_t destination) {
    RouteMatch none{RouteMatch::Outcome::none, {}, "no route"};
-   for (Rule const& rule : state.rules)
-      if (applies(rule, destination))
-         if (auto found = searchTable(state, rule, destination, none.reason))
+   for (Rule const& rule : state.rules) {
+      if (applies(rule, destination)) {
+         if (auto found = searchTable(state, rule, destination, none.reason)) {
             return *std::move(found);
+         }
+      }
+   }
    return none;
 }
 

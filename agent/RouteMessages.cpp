@@ -15,12 +15,14 @@ constexpr AttributeName multipath = L3TUNNEL_ATTRIBUTE(RTA_MULTIPATH);
 std::optional<IpAddress>
 readGateway(Attributes const& attributes) {
    auto const via = attributes.bytes(L3TUNNEL_ATTRIBUTE(RTA_VIA));
-   if (!via)
+   if (!via) {
       return attributes.address(L3TUNNEL_ATTRIBUTE(RTA_GATEWAY));
+   }
    std::size_t const familySize = sizeof(__kernel_sa_family_t);
    auto const address = IpAddress::fromBytes(via->size() < familySize ? *via : via->subspan(familySize));
-   if (!address)
+   if (!address) {
       attributes.fail("RTA_VIA", std::to_string(via->size()) + " bytes hold no family and address");
+   }
    return address;
 }
 
@@ -37,12 +39,14 @@ std::vector<NextHop>
 readMultipath(Attributes const& route, std::string const& context, std::span<std::byte const> rest) {
    std::vector<NextHop> hops;
    while (!rest.empty()) {
-      if (rest.size() < sizeof(rtnexthop))
+      if (rest.size() < sizeof(rtnexthop)) {
          route.fail(multipath.text, std::to_string(rest.size()) + " bytes hold no next hop");
+      }
       auto const fixed = read<rtnexthop>(rest);
-      if (fixed.rtnh_len < sizeof(rtnexthop) || fixed.rtnh_len > rest.size())
+      if (fixed.rtnh_len < sizeof(rtnexthop) || fixed.rtnh_len > rest.size()) {
          route.fail(multipath.text, "a next hop has length " + std::to_string(fixed.rtnh_len) + " of " +
                                           std::to_string(rest.size()) + " bytes left");
+      }
       Attributes const attributes(context,
                                   rest.subspan(sizeof(rtnexthop), fixed.rtnh_len - sizeof(rtnexthop)));
       NextHop hop = readHop(fixed.rtnh_flags, fixed.rtnh_ifindex, attributes);
@@ -56,33 +60,40 @@ readMultipath(Attributes const& route, std::string const& context, std::span<std
 /// Next hops that a route repeats beside its object's number are a courtesy and not always there.
 std::vector<NextHop>
 readHops(rtmsg const& fixed, Attributes const& attributes, std::string const& message) {
-   if (attributes.has(RTA_NH_ID))
+   if (attributes.has(RTA_NH_ID)) {
       return {};
-   if (auto const hops = attributes.bytes(multipath))
+   }
+   if (auto const hops = attributes.bytes(multipath)) {
       return readMultipath(attributes, message + ": " + std::string(multipath.text), *hops);
+   }
    auto const device = attributes.index(L3TUNNEL_ATTRIBUTE(RTA_OIF));
-   if (!device)
+   if (!device) {
       return {};
+   }
    return {readHop(fixed.rtm_flags, *device, attributes)};
 }
 
 Prefix
 readPrefix(rtmsg const& fixed, Attributes const& attributes) {
-   if (fixed.rtm_dst_len > 32)
+   if (fixed.rtm_dst_len > 32) {
       attributes.fail("rtm_dst_len", "an IPv4 prefix of length " + std::to_string(fixed.rtm_dst_len));
+   }
    auto const address = attributes.address(L3TUNNEL_ATTRIBUTE(RTA_DST));
-   if (address && address->family != IpAddress::Family::v4)
+   if (address && address->family != IpAddress::Family::v4) {
       attributes.fail("RTA_DST", "an IPv6 address in an IPv4 route");
-   if (!address && fixed.rtm_dst_len != 0)
+   }
+   if (!address && fixed.rtm_dst_len != 0) {
       attributes.fail("RTA_DST", "is missing");
+   }
    return Prefix::of(address ? address->v4() : 0, fixed.rtm_dst_len);
 }
 
 std::vector<NextHopObject::Member>
 readGroup(Attributes const& attributes) {
    auto const bytes = attributes.bytes(L3TUNNEL_ATTRIBUTE(NHA_GROUP)).value_or(std::span<std::byte const>());
-   if (bytes.size() % sizeof(nexthop_grp) != 0)
+   if (bytes.size() % sizeof(nexthop_grp) != 0) {
       attributes.fail("NHA_GROUP", std::to_string(bytes.size()) + " bytes are no whole members");
+   }
    std::vector<NextHopObject::Member> group;
    for (std::size_t i = 0; i < bytes.size(); i += sizeof(nexthop_grp)) {
       auto const member = bytes.subspan(i, sizeof(nexthop_grp));
@@ -123,8 +134,9 @@ void
 applyRoute(KernelState& state, nlmsghdr const* header) {
    std::string const message = messageName(header->nlmsg_type);
    auto const fixed = fixedPart<rtmsg>(message, header);
-   if (fixed.rtm_family != AF_INET || (fixed.rtm_flags & RTM_F_CLONED))
+   if (fixed.rtm_family != AF_INET || (fixed.rtm_flags & RTM_F_CLONED)) {
       return;
+   }
    Attributes const attributes(message, header, sizeof fixed);
    Prefix const prefix = readPrefix(fixed, attributes);
    Route route{.type = fixed.rtm_type,
@@ -133,12 +145,13 @@ applyRoute(KernelState& state, nlmsghdr const* header) {
                .nextHopId = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_NH_ID)),
                .hops = readHops(fixed, attributes, message)};
    auto& table = state.tables[attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_TABLE)).value_or(fixed.rtm_table)];
-   if (header->nlmsg_type == RTM_DELROUTE)
+   if (header->nlmsg_type == RTM_DELROUTE) {
       table.remove(prefix, route);
-   else if (header->nlmsg_flags & NLM_F_REPLACE)
+   } else if (header->nlmsg_flags & NLM_F_REPLACE) {
       table.replace(prefix, std::move(route));
-   else
+   } else {
       table.add(prefix, std::move(route));
+   }
 }
 
 } // namespace L3TunnelAgent

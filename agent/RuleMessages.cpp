@@ -32,10 +32,12 @@ selects(std::uint16_t type) {
 std::optional<Prefix>
 readDestination(fib_rule_hdr const& fixed, Attributes const& attributes) {
    auto const address = attributes.address(L3TUNNEL_ATTRIBUTE(FRA_DST));
-   if (!address)
+   if (!address) {
       return std::nullopt;
-   if (address->family != IpAddress::Family::v4 || fixed.dst_len > 32)
+   }
+   if (address->family != IpAddress::Family::v4 || fixed.dst_len > 32) {
       attributes.fail("FRA_DST", "is no IPv4 prefix");
+   }
    return Prefix::of(address->v4(), fixed.dst_len);
 }
 
@@ -45,8 +47,9 @@ void
 applyRule(KernelState& state, nlmsghdr const* header) {
    std::string const message = messageName(header->nlmsg_type);
    auto const fixed = fixedPart<fib_rule_hdr>(message, header);
-   if (fixed.family != AF_INET)
+   if (fixed.family != AF_INET) {
       return;
+   }
    Attributes const attributes(message, header, sizeof fixed);
    Rule rule{.priority = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_PRIORITY)).value_or(0),
              .action = fixed.action,
@@ -54,13 +57,15 @@ applyRule(KernelState& state, nlmsghdr const* header) {
              .destination = readDestination(fixed, attributes),
              .suppressedLength = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_SUPPRESS_PREFIXLEN)),
              .selective = fixed.tos != 0 || (fixed.flags & FIB_RULE_INVERT) != 0};
-   if (rule.suppressedLength == ~std::uint32_t{0})
+   if (rule.suppressedLength == ~std::uint32_t{0}) {
       rule.suppressedLength.reset();
+   }
    attributes.each([&](std::uint16_t type, std::span<std::byte const>) { rule.selective |= selects(type); });
-   if (header->nlmsg_type == RTM_DELRULE)
+   if (header->nlmsg_type == RTM_DELRULE) {
       std::erase(state.rules, rule);
-   else
+   } else {
       state.addRule(rule);
+   }
 }
 
 } // namespace L3TunnelAgent

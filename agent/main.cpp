@@ -31,6 +31,7 @@ program(Options const& options) {
 } // namespace
 
 int
+// NOLINTNEXTLINE(bugprone-exception-escape): setting up the command line throws only at faults of ours.
 main(int argc, char** argv) {
    CLI::App app("Programs a Linux leaf's tunnel underlay into a switch chip.", "l3tunnel-agent");
    app.require_subcommand(1);

@@ -3,7 +3,6 @@
 add_library(l3tunnel SHARED)
 set_target_properties(l3tunnel PROPERTIES OUTPUT_NAME ZandorL3Tunnel)
 target_link_libraries(l3tunnel PUBLIC platform)
-target_include_directories(l3tunnel PUBLIC ${PROJECT_SOURCE_DIR})
 
 function(l3tunnel_room folder)
    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)

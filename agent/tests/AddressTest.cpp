@@ -7,8 +7,9 @@ namespace L3TunnelAgent {
 TEST(Address, MacIsReadAndPrinted) {
    EXPECT_EQ(MacAddress::parse("02:aB:00:00:ff:01")->text(), "02:ab:00:00:ff:01");
    for (std::string const text : {"", "02:ab:00:00:ff", "02:ab:00:00:ff:01:", "02-ab-00-00-ff-01",
-                                  "02:ab:00:00:ff:0g", "02:ab:00:00:ff::1", "+2:ab:00:00:ff:01"})
+                                  "02:ab:00:00:ff:0g", "02:ab:00:00:ff::1", "+2:ab:00:00:ff:01"}) {
       EXPECT_FALSE(MacAddress::parse(text)) << text;
+   }
 }
 
 TEST(Address, GroupAndZeroMacsAreTold) {
@@ -18,10 +19,12 @@ TEST(Address, GroupAndZeroMacsAreTold) {
 }
 
 TEST(Address, IpIsReadAndPrinted) {
-   for (std::string const text : {"0.0.0.0", "10.255.1.2", "255.255.255.255", "::", "fe80::22:2ff:fe00:2"})
+   for (std::string const text : {"0.0.0.0", "10.255.1.2", "255.255.255.255", "::", "fe80::22:2ff:fe00:2"}) {
       EXPECT_EQ(IpAddress::parse(text)->text(), text);
-   for (std::string const text : {"", "10.0.0", "10.0.0.256", "fe80:::1", "10.0.0.1 "})
+   }
+   for (std::string const text : {"", "10.0.0", "10.0.0.256", "fe80:::1", "10.0.0.1 "}) {
       EXPECT_FALSE(IpAddress::parse(text)) << text;
+   }
 }
 
 TEST(Address, V4IsANumber) {

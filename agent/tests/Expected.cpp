@@ -11,16 +11,19 @@ namespace {
 nlohmann::json
 readJson(std::filesystem::path const& file) {
    gzFile const stream = gzopen(file.c_str(), "rb");
-   if (!stream)
+   if (!stream) {
       throw std::runtime_error(file.string() + " cannot be opened");
+   }
    std::string text;
    char buffer[1 << 14];
    int got;
-   while ((got = gzread(stream, buffer, sizeof buffer)) > 0)
+   while ((got = gzread(stream, buffer, sizeof buffer)) > 0) {
       text.append(buffer, static_cast<std::size_t>(got));
+   }
    gzclose(stream);
-   if (got < 0)
+   if (got < 0) {
       throw std::runtime_error(file.string() + " is damaged");
+   }
    return nlohmann::json::parse(text);
 }
 
@@ -69,8 +72,9 @@ expectedViasOf(std::filesystem::path const& file) {
    ExpectedVias result;
    for (auto const& entry : readJson(file)) {
       auto& vias = result[entry.at("vtep").get<std::string>()];
-      for (auto const& via : entry.at("vias"))
+      for (auto const& via : entry.at("vias")) {
          vias.insert(readVia(via));
+      }
    }
    return result;
 }
@@ -78,12 +82,13 @@ expectedViasOf(std::filesystem::path const& file) {
 std::vector<ExpectedEgress>
 expectedEgress(std::string const& fabric) {
    std::vector<ExpectedEgress> result;
-   for (auto const& entry : readJson(recordedFile(fabric, "expected_egress.json.gz")))
+   for (auto const& entry : readJson(recordedFile(fabric, "expected_egress.json.gz"))) {
       result.push_back({.device = entry.at("dev").get<std::string>(),
                         .port = entry.at("port_dev").get<std::string>(),
                         .sourceMac = entry.at("src_mac").get<std::string>(),
                         .vlan = optional<std::uint16_t>(entry, "vlan"),
                         .tagged = entry.at("tagged").get<bool>()});
+   }
    return result;
 }
 

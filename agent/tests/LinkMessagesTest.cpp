@@ -23,8 +23,9 @@ MessageBuilder
 portMessage(std::uint16_t type, std::vector<bridge_vlan_info> const& vlans) {
    MessageBuilder message(type, ifinfomsg{.ifi_family = AF_BRIDGE, .ifi_index = 7});
    message.nest(IFLA_AF_SPEC, [&](MessageBuilder& bridge) {
-      for (auto const& vlan : vlans)
+      for (auto const& vlan : vlans) {
          bridge.bytes(IFLA_BRIDGE_VLAN_INFO, &vlan, sizeof vlan);
+      }
    });
    return message;
 }

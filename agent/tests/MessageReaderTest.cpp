@@ -52,9 +52,11 @@ std::vector<std::vector<std::byte>>
 payloads(std::string const& fabric) {
    std::vector<std::vector<std::byte>> result;
    Recording recording(recordedFile(fabric, "dump.rnl.gz"));
-   while (auto frame = recording.next())
-      if (frame->kind == FrameKind::dumpReply)
+   while (auto frame = recording.next()) {
+      if (frame->kind == FrameKind::dumpReply) {
          result.push_back(std::move(frame->payload));
+      }
+   }
    return result;
 }
 
@@ -139,10 +141,11 @@ TEST(MessageReader, LyingMessageLengthIsAnErrorThatSaysSo) {
 }
 
 TEST(MessageReader, MessageShorterThanItsFixedPartIsAnError) {
-   for (std::uint16_t const type : {RTM_NEWLINK, RTM_NEWNEIGH, RTM_NEWNEXTHOP, RTM_NEWROUTE, RTM_NEWRULE})
+   for (std::uint16_t const type : {RTM_NEWLINK, RTM_NEWNEIGH, RTM_NEWNEXTHOP, RTM_NEWROUTE, RTM_NEWRULE}) {
       EXPECT_THAT(errorOf(MessageBuilder(type, std::array<char, 4>{AF_INET}).datagram()),
                   HasSubstr("fixed part"))
             << type;
+   }
 }
 
 TEST(MessageReader, LyingAttributeLengthIsAnErrorThatSaysSo) {
@@ -150,7 +153,7 @@ TEST(MessageReader, LyingAttributeLengthIsAnErrorThatSaysSo) {
    std::size_t const first = sizeof(nlmsghdr) + sizeof(ndmsg);
    for (unsigned const length : {0U, 3U, 21U, 0xffffU}) {
       auto lying = datagram;
-      std::uint16_t const value = static_cast<std::uint16_t>(length);
+      auto const value = static_cast<std::uint16_t>(length);
       std::memcpy(&lying[first], &value, sizeof value);
       EXPECT_THAT(errorOf(lying),
                   AllOf(HasSubstr("RTM_NEWNEIGH"),
@@ -176,9 +179,11 @@ TEST(MessageReader, ValueOfAnotherLengthIsAnErrorThatNamesTheAttribute) {
 TEST(MessageReader, RecordedDumpCutAnywhereIsReadOrRefused) {
    std::size_t read = 0;
    std::size_t refused = 0;
-   for (auto const& payload : payloads("small"))
-      for (std::size_t size = 0; size < payload.size(); size += payload.size() < 4000 ? 1 : 61)
+   for (auto const& payload : payloads("small")) {
+      for (std::size_t size = 0; size < payload.size(); size += payload.size() < 4000 ? 1 : 61) {
          ++(isRead({payload.data(), size}) ? read : refused);
+      }
+   }
    EXPECT_GT(read, 0U);
    EXPECT_GT(refused, 10 * read);
 }
@@ -186,13 +191,15 @@ TEST(MessageReader, RecordedDumpCutAnywhereIsReadOrRefused) {
 TEST(MessageReader, RecordedDumpWithDamagedBytesIsReadOrRefused) {
    std::size_t read = 0;
    std::size_t refused = 0;
-   for (auto payload : payloads("mixed"))
-      for (std::size_t at = 0; at < payload.size(); at += payload.size() < 4000 ? 1 : 97)
+   for (auto payload : payloads("mixed")) {
+      for (std::size_t at = 0; at < payload.size(); at += payload.size() < 4000 ? 1 : 97) {
          for (unsigned const value : {0x00U, 0x01U, 0x7fU, 0xffU}) {
             std::byte const kept = std::exchange(payload[at], static_cast<std::byte>(value));
             ++(isRead(payload) ? read : refused);
             payload[at] = kept;
          }
+      }
+   }
    EXPECT_GT(read, 0U);
    EXPECT_GT(refused, 0U);
 }

@@ -41,8 +41,9 @@ named(KernelState const& state, std::vector<Destination> const& all) {
    ExpectedVias result;
    for (auto const& destination : all) {
       auto& vias = result[destination.address.text()];
-      for (auto const& via : destination.vias)
+      for (auto const& via : destination.vias) {
          vias.insert(named(state, via));
+      }
    }
    return result;
 }
@@ -64,8 +65,9 @@ TEST_P(RecordedFabric, EveryDestinationHasTheViasOfTheConfiguration) {
       EXPECT_THAT(found->second, testing::ContainerEq(expectedSet)) << destination;
       vias += expectedSet.size();
    }
-   for (auto const& [destination, set] : derived)
+   for (auto const& [destination, set] : derived) {
       EXPECT_TRUE(expected.count(destination)) << destination << " is no destination";
+   }
    EXPECT_GT(vias, 0U);
    RecordProperty("destinations", static_cast<int>(expected.size()));
    RecordProperty("vias", static_cast<int>(vias));
@@ -76,8 +78,9 @@ TEST_P(RecordedFabric, DestinationsAreOrderedAndAppearOnce) {
    auto const disordered = std::adjacent_find(
          all.begin(), all.end(), [](auto const& a, auto const& b) { return a.address >= b.address; });
    EXPECT_EQ(disordered, all.end());
-   for (auto const& destination : all)
+   for (auto const& destination : all) {
       EXPECT_NE(destination.vias.empty(), destination.reason.empty()) << destination.address.text();
+   }
 }
 
 TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
@@ -86,8 +89,8 @@ TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
    EXPECT_FALSE(egress.empty());
    for (auto const& way : egress) {
       bool taken = false;
-      for (auto const& destination : all)
-         for (auto const& via : destination.vias)
+      for (auto const& destination : all) {
+         for (auto const& via : destination.vias) {
             if (via.kind == ViaKind::unicast && name(state, via.device) == way.device &&
                 name(state, via.port) == way.port) {
                taken = true;
@@ -95,6 +98,8 @@ TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
                EXPECT_EQ(via.vlan, way.vlan);
                EXPECT_EQ(via.tagged, way.tagged);
             }
+         }
+      }
       EXPECT_TRUE(taken) << way.device << " by " << way.port;
    }
 }

@@ -16,8 +16,9 @@ using testing::HasSubstr;
 template <typename T>
 void
 append(std::string& bytes, T value) {
-   for (std::size_t i = 0; i < sizeof(T); ++i)
+   for (std::size_t i = 0; i < sizeof(T); ++i) {
       bytes.push_back(static_cast<char>(value >> 8 * i));
+   }
 }
 
 std::string
@@ -53,8 +54,9 @@ class RecordingTest : public testing::Test {
 
    std::size_t frames() {
       Recording recording(file);
-      while (recording.next())
+      while (recording.next()) {
          ;
+      }
       return recording.count();
    }
 
@@ -118,15 +120,16 @@ TEST_F(RecordingTest, EndWithinAFrameIsAnErrorAndEndBetweenFramesIsNot) {
    std::size_t const firstEnd = 8 + 20 + 5;
    for (std::size_t size = 8; size < twoFrames.size(); ++size) {
       write(twoFrames.substr(0, size));
-      if (size == 8)
+      if (size == 8) {
          EXPECT_EQ(frames(), 0U);
-      else if (size == firstEnd)
+      } else if (size == firstEnd) {
          EXPECT_EQ(frames(), 1U);
-      else
+      } else {
          EXPECT_THAT(errorText(),
                      AllOf(HasSubstr(size < firstEnd ? "frame 1 at byte 8" : "frame 2 at byte 33"),
                            HasSubstr("the file ends within")))
                << size;
+      }
    }
 }
 
@@ -157,8 +160,9 @@ TEST_F(RecordingTest, DamagedCompressedFileIsAnError) {
 TEST_F(RecordingTest, LyingLengthIsAnErrorBeforeAnythingIsAllocated) {
    for (std::uint32_t const length : {0U, 15U, 17U + (1U << 20), 0x7fffffffU, 0xffffffffU}) {
       std::string bytes = "RNLCAP01" + frame(2, 1, 0, "payload");
-      for (int i = 0; i < 4; ++i)
+      for (int i = 0; i < 4; ++i) {
          bytes[8 + static_cast<std::size_t>(i)] = static_cast<char>(length >> 8 * i);
+      }
       write(bytes);
       EXPECT_THAT(errorText(), AllOf(HasSubstr("frame 1 at byte 8"), HasSubstr(std::to_string(length))))
             << length;

@@ -9,7 +9,6 @@ namespace L3TunnelAgent {
 namespace {
 
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 TEST(TextTableTest, AlignsColumnsAndSaysWhenItIsEmpty) {
    TextTable table("TITLE", {"a", "long head", "c"});

@@ -149,9 +149,10 @@ TEST_F(RouteLookupTest, BlackholeDropsAlsoInAGroup) {
    state.nextHops[3] = {.group = {{.id = 1}, {.id = 2}}};
    routeByObject("10.255.1.1/32", 2);
    routeByObject("10.255.1.2/32", 3);
-   for (auto const* const destination : {"10.255.1.1", "10.255.1.2"})
+   for (auto const* const destination : {"10.255.1.1", "10.255.1.2"}) {
       EXPECT_THAT(derive(destination).vias,
                   testing::ElementsAre(DerivedVia{.kind = ViaKind::drop, .reason = "blackhole"}));
+   }
 }
 
 TEST_F(RouteLookupTest, RouteTypesThatForwardNothing) {

@@ -80,10 +80,11 @@ TEST_F(RouteMessages, GatewayOfTheOtherFamily) {
    Via const via = linkLocal();
    apply(routeMessage(RTM_NEWROUTE, 0).u32(RTA_OIF, 3).bytes(RTA_VIA, &via, sizeof via));
    EXPECT_THAT(routes().at(0).hops, ElementsAre(hop(3, "fe80::1")));
-   for (std::size_t const size : {0U, 1U, 2U, 5U, 17U})
+   for (std::size_t const size : {0U, 1U, 2U, 5U, 17U}) {
       EXPECT_THAT([&] { apply(routeMessage(RTM_NEWROUTE, 1).u32(RTA_OIF, 3).bytes(RTA_VIA, &via, size)); },
                   ThrowsMessage<MessageError>(HasSubstr("RTM_NEWROUTE: RTA_VIA: ")))
             << size;
+   }
 }
 
 TEST_F(RouteMessages, MultipathHopsHaveFlagsWeightsAndGateways) {
@@ -128,8 +129,9 @@ TEST_F(RouteMessages, DefaultRouteAndSmallTable) {
 }
 
 TEST_F(RouteMessages, SameRouteTwiceIsOneAndEqualMetricsKeepTheirOrder) {
-   for (auto const* const gateway : {"10.0.0.2", "10.0.0.1", "10.0.0.2"})
+   for (auto const* const gateway : {"10.0.0.2", "10.0.0.1", "10.0.0.2"}) {
       apply(singleHop(RTM_NEWROUTE, 20, gateway));
+   }
    ASSERT_EQ(routes().size(), 2U);
    EXPECT_THAT(routes()[0].hops, ElementsAre(hop(3, "10.0.0.2")));
    EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.1")));

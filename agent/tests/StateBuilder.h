@@ -32,8 +32,9 @@ struct StateBuilder {
 
    static NextHop hop(int device, std::string const& gateway = "") {
       NextHop result{.device = device};
-      if (!gateway.empty())
+      if (!gateway.empty()) {
          result.gateway = ip(gateway);
+      }
       return result;
    }
 
@@ -79,9 +80,11 @@ struct StateBuilder {
    /// @return what is derived for this destination, to which a tunnel is added.
    Destination derive(std::string const& destination) {
       tunnelTo(destination);
-      for (auto const& found : destinations(state))
-         if (found.address == ip(destination))
+      for (auto const& found : destinations(state)) {
+         if (found.address == ip(destination)) {
             return found;
+         }
+      }
       return {};
    }
 
@@ -90,8 +93,9 @@ struct StateBuilder {
    std::string gateways(std::string const& destination) {
       auto const found = derive(destination);
       std::string text;
-      for (auto const& via : found.vias)
+      for (auto const& via : found.vias) {
          text += (via.gateway ? via.gateway->text() : via.reason) + " ";
+      }
       return found.vias.empty() ? found.reason : text;
    }
 };

@@ -14,8 +14,9 @@ class TemporaryFile {
    TemporaryFile() {
       std::string name = (std::filesystem::temp_directory_path() / "agent-test-XXXXXX").string();
       int const descriptor = mkstemp(name.data());
-      if (descriptor < 0)
+      if (descriptor < 0) {
          throw std::runtime_error("no temporary file " + name);
+      }
       close(descriptor);
       path_ = name;
    }

@@ -15,7 +15,7 @@ constexpr Index rowsPerChunk = 256;
 // Rows come in chunks, made when one of their rows is first written: a large table that is used little stays
 // small.
 struct HwTable::Chunk {
-   explicit Chunk(unsigned wordsPerRow) : words(rowsPerChunk * wordsPerRow) {}
+   explicit Chunk(unsigned wordsPerRow) : words(std::size_t(rowsPerChunk) * wordsPerRow) {}
 
    Row rows[rowsPerChunk];
    std::vector<std::uint32_t> words;
@@ -40,7 +40,7 @@ HwTable::row(Index index, std::uint32_t*& words) {
    if (!chunk) {
       chunk = std::make_unique<Chunk>(shape_.wordsPerRow);
    }
-   words = chunk->words.data() + position % rowsPerChunk * shape_.wordsPerRow;
+   words = chunk->words.data() + std::size_t(position % rowsPerChunk) * shape_.wordsPerRow;
    return chunk->rows[position % rowsPerChunk];
 }
 

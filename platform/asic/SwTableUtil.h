@@ -18,7 +18,7 @@ class SwTable::Util : public Nuv::Object {
    }
 
  protected:
-   explicit Util(Nuv::Ptr<HwTable> const& table) : hwTable_(table) {}
+   explicit Util(Nuv::Ptr<HwTable> table) : hwTable_(std::move(table)) {}
 
  private:
    Nuv::Ptr<HwTable> hwTable_;

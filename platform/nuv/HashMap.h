@@ -20,7 +20,7 @@ class HashMapEntry {
    HashMapEntry(K key, V value) : key_(std::move(key)), value_(std::move(value)) {}
 
    HashMapEntry(HashMapEntry const&) = default;
-   HashMapEntry(HashMapEntry&&) = default;
+   HashMapEntry(HashMapEntry&&) noexcept = default;
    HashMapEntry& operator=(HashMapEntry const&) = delete;
    HashMapEntry& operator=(HashMapEntry&&) = delete;
 

@@ -99,7 +99,7 @@ copyRecords(Ring const& from, Ring const& to) {
       Record const record = read(from.record(i));
       if (ringfile::isWhole(record, i, from.records())) {
          std::uint64_t* const place = to.record(std::size_t(record[0]) & to.mask);
-         if (*place < record[0]) {
+         if (std::atomic_ref(*place).load(std::memory_order_relaxed) < record[0]) {
             write(place, record[0], record[1], std::uint32_t(record[2]), record[3], record[4], record[5],
                   record[6], record[7]);
          }

@@ -214,9 +214,9 @@ void packText(std::uint64_t* words, std::size_t count, Pelm::StringView text) no
 void store(std::uint32_t origin, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
            std::uint64_t) noexcept;
 
-template <std::size_t placeholderCount, class Format, class... Args>
+template <std::size_t placeholderCount, class... Args>
 void
-mirelog(MirelogSite& site, Facility const& from, Format const&, Args const&... args) {
+mirelog(MirelogSite& site, Facility const& from, char const*, Args const&... args) {
    static_assert(placeholderCount == sizeof...(Args), "MIRELOG needs one argument for each {}");
    static_assert(sizeof...(Args) <= payloadWords, "a MIRELOG message has no room for that many arguments");
    static_assert(

@@ -27,7 +27,6 @@ using Asic::TinyTable;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Eq;
-using testing::IsEmpty;
 using Words = std::vector<std::uint32_t>;
 
 /// What a row can need: knows whether it is still there.
@@ -517,10 +516,7 @@ TEST_F(ChipTest, RandomUseLeavesWhatAPlainModelHas) {
       };
       std::map<Index, Row> model;
       std::uint64_t commands = 0;
-      std::vector<Nuv::Ptr<TinyHandle>> owners;
-      for (int count = 0; count < 3; ++count) {
-         owners.push_back(writer.newOwner());
-      }
+      std::vector<Nuv::Ptr<TinyHandle>> owners{writer.newOwner(), writer.newOwner(), writer.newOwner()};
       for (int step = 0; step < 4000; ++step) {
          Index index = 250 + random() % 8;
          auto who = random() % owners.size();
