@@ -75,7 +75,7 @@ TEST_P(IndexBitmapSizes, OneFreeIndexIsFound) {
       bitmap.take(i);
    }
    for (std::uint64_t i = 1; i <= size; i *= 2) {
-      std::uint32_t index = std::uint32_t(i - 1);
+      auto index = std::uint32_t(i - 1);
       ASSERT_TRUE(bitmap.give(index));
       ASSERT_EQ(bitmap.lowestFree(), index);
       ASSERT_TRUE(bitmap.take(index));

@@ -162,7 +162,7 @@ TEST(Record, VisitsFieldsUntilToldToStop) {
    std::vector<Pelm::String> names;
    std::vector<bool> identities;
    EXPECT_TRUE(visitFields(Small(), [&](char const* name, auto const&, bool identity) {
-      names.push_back(name);
+      names.emplace_back(name);
       identities.push_back(identity);
       return true;
    }));

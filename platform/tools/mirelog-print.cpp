@@ -31,7 +31,7 @@ print(char const* path) {
 
 /// `l3tunnel-mirelog FILE`: one line per message of a trace ring. Exit code 1 if there is nothing to print
 /// for a reason.
-[[gnu::visibility("hidden")]] int
+int
 main(int argc, char** argv) {
    if (argc != 2) {
       fmt::print(stderr, "usage: l3tunnel-mirelog FILE\n");

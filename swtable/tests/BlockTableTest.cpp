@@ -244,8 +244,8 @@ TEST_F(BlockTableTest, GroupThatMovesKeepsItsOldBlockUntilTheChipHasTheNewRow) {
    EXPECT_EQ(group->entryState(), State::success);
    EXPECT_THAT(rowsApplied, ElementsAre("IngL3NextHop2Table written 2", "EgrL3NextHop2 written 2",
                                         "L3UnderlayEcmpMember1Table written 1", "L3EcmpGroup0Table written 0",
-                                        "L3UnderlayEcmpMember1Table cleared 0",
-                                        "EgrL3NextHop2 cleared 1", "IngL3NextHop2Table cleared 1"));
+                                        "L3UnderlayEcmpMember1Table cleared 0", "EgrL3NextHop2 cleared 1",
+                                        "IngL3NextHop2Table cleared 1"));
 }
 
 TEST_F(BlockTableTest, DifferentBlockAtTheSameIndexIsANewValueForAGroup) {
