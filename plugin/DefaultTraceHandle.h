@@ -1,11 +1,12 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/trace/Duolog.h"
 
 namespace ZandorL3Tunnel {
 
 /// The library's one trace handle, "L3UnderlayTunnel", made on first use.
-Trace::TraceHandle& _defaultTraceHandle();
+ZANDOR_EXPORT Trace::TraceHandle& _defaultTraceHandle();
 
 /// Levels of the library's text trace.
 namespace TraceLevel {

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "platform/loader/Singleton.h"
+#include "platform/nuv/Export.h"
 
 namespace ZandorL3Tunnel {
 
 /// Brings the plug-ins of table type `T`: those in the folder "AsicFeature/<the table's full type name>".
 template <class T>
-class UtilLoader final : public Ancillary::Core::Loader::Singleton {
+class ZANDOR_EXPORT UtilLoader final : public Ancillary::Core::Loader::Singleton {
  public:
    static Pelm::String prefix() { return "AsicFeature"; }
    static Pelm::String suffix() { return T::typeName(); }

@@ -2,6 +2,7 @@
 
 #include "platform/chipstate/FeatureAgentCommonSmData.h"
 #include "platform/local/EntityManager.h"
+#include "platform/nuv/Export.h"
 #include "tables/EgrL3Oif2.h"
 #include "tables/L3NextHop2Table.h"
 #include "tables/L3UnderlayEcmpMember1Table.h"
@@ -12,7 +13,7 @@ namespace ZandorL3Tunnel {
 /// Turns the underlay vias of a tunnel destination into programmed next hops and a block of ECMP members, at
 /// which an ECMP group can point. It keeps no map of its own: equal vias and equal sets are shared by the
 /// tables.
-class L3UnderlayEcmpProgrammer final : public Nuv::Object {
+class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
  public:
    using Fcsd = Nuv::Ptr<ZandorCentral::FeatureAgentCommonSmData const>;
    using KalloEm = Nuv::Ptr<Kallo::EntityManager>;
@@ -79,7 +80,7 @@ class L3UnderlayEcmpProgrammer final : public Nuv::Object {
 };
 
 /// The same as `L3UnderlayEcmpProgrammer::L3UnderlayEcmpProgrammerIs`.
-Nuv::Ptr<L3UnderlayEcmpProgrammer>
+ZANDOR_EXPORT Nuv::Ptr<L3UnderlayEcmpProgrammer>
 l3UnderlayEcmpProgrammerFactory(L3UnderlayEcmpProgrammer::Fcsd const& fcsd,
                                 L3UnderlayEcmpProgrammer::KalloEm const& kalloEm,
                                 L3UnderlayEcmpProgrammer::LocalEm const& localEm);

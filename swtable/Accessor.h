@@ -2,6 +2,7 @@
 
 #include "platform/asic/SwTableUtil.h"
 #include "platform/nuv/AllSteps.h"
+#include "platform/nuv/Export.h"
 #include "swtable/AccessorBase.h"
 #include "swtable/TableEntryHandle.h"
 
@@ -13,7 +14,7 @@
 /// `T` should be a `KeyedTable` or a `BlockTable`: it has a `Key`, an `Entry`, handles by key, and answers
 /// for hardware indices (`doAcquireHwIndex`, `heldHwIndex`, `doReleaseHwIndex`) and for its util.
 template <class T>
-class Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
+class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBase {
  public:
    using Key = typename T::Key;
    using Entry = typename T::Entry;

@@ -2,12 +2,13 @@
 
 #include "platform/asic/SwTable.h"
 #include "platform/nuv/Assert.h"
+#include "platform/nuv/Export.h"
 #include "plugin/DefaultTraceHandle.h"
 
 namespace ZandorL3Tunnel {
 
 /// What the accessor does whatever the table: who holds a handle, and how its states follow each other.
-class AccessorBase {
+class ZANDOR_EXPORT AccessorBase {
  public:
    using Handle = Asic::SwTable::EntryHandle;
 
@@ -34,7 +35,7 @@ class AccessorBase {
 };
 
 /// Holds two objects as one.
-class JointHold final : public Nuv::Object {
+class ZANDOR_EXPORT JointHold final : public Nuv::Object {
  public:
    using Hold = Nuv::Ptr<Nuv::Object const>;
 
@@ -47,7 +48,7 @@ class JointHold final : public Nuv::Object {
 
 /// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry
 /// meanwhile.
-class WriteWatch {
+class ZANDOR_EXPORT WriteWatch {
  public:
    explicit WriteWatch(Asic::SwTable::EntryHandle& handle)
        : handle_(&handle), writes_(handle.writes()), hadTable_(handle.swTable() != nullptr) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "swtable/TableCore.h"
 
 namespace ZandorL3Tunnel {
@@ -7,7 +8,8 @@ namespace ZandorL3Tunnel {
 /// A software table whose entries are blocks, runs of rows: the operations that its users call. `T` and
 /// `SheetType` as for `TableCore`.
 template <class T, class SheetType>
-class BlockTable : public TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable> {
+class ZANDOR_EXPORT BlockTable
+    : public TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable> {
    using Core = TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable>;
 
  public:

@@ -2,6 +2,7 @@
 
 #include "platform/asic/EntryBase.h"
 #include "platform/nuv/Exception.h"
+#include "platform/nuv/Export.h"
 
 #include <algorithm>
 #include <vector>
@@ -15,7 +16,7 @@ namespace ZandorL3Tunnel {
 /// copy. `Sheet` should model a block table's data sheet: its `Entry` is the member, its `typeName()` the
 /// table's.
 template <class Sheet>
-class EntryBlock : public Asic::EntryBase {
+class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
  public:
    using Index = std::uint32_t;
    using Entry = typename Sheet::Entry;

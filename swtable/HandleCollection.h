@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableBase.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
 #include "platform/nuv/Ptr.h"
@@ -15,7 +16,7 @@ namespace ZandorL3Tunnel {
 /// `HandleType` should have `key()` and a static `typeName()`; `KeyType` should be a value that hashes
 /// itself.
 template <class HandleType, class KeyType>
-class HandleCollection {
+class ZANDOR_EXPORT HandleCollection {
  public:
    Nuv::Ptr<HandleType> find(KeyType const& key) const {
       auto const* slot = handles_.find(key);

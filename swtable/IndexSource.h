@@ -3,17 +3,18 @@
 #include "platform/asic/AnySizedBlockAllocator.h"
 #include "platform/asic/FirstFreeIndexAllocator.h"
 #include "platform/asic/GenericIndexAllocatorStub.h"
+#include "platform/nuv/Export.h"
 #include "swtable/AccessorBase.h"
 
 namespace ZandorL3Tunnel {
 
 /// Where a table's hardware indices come from. A data sheet names one of these:
 /// the key is the index;
-struct KeyIsIndex {};
+struct ZANDOR_EXPORT KeyIsIndex {};
 
 /// or an allocator of type `A`: the table's own, or the chip's, which several tables share.
 template <class A, bool isShared>
-struct AllocatorSource {};
+struct ZANDOR_EXPORT AllocatorSource {};
 template <class A>
 using OwnAllocator = AllocatorSource<A, false>;
 template <class A>
@@ -21,7 +22,7 @@ using SharedAllocator = AllocatorSource<A, true>;
 
 /// The indices of a table whose keys are indices.
 template <class Source, class Key>
-class IndexSource {
+class ZANDOR_EXPORT IndexSource {
  public:
    void init(Asic::SwTable const&) {}
    void del(Asic::SwTable const&) {}
@@ -32,7 +33,7 @@ class IndexSource {
 
 /// The indices of a table that takes them from an allocator.
 template <class A, bool isShared, class Key>
-class IndexSource<AllocatorSource<A, isShared>, Key> {
+class ZANDOR_EXPORT IndexSource<AllocatorSource<A, isShared>, Key> {
  public:
    using Allocator = A;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "swtable/TableCore.h"
 
 namespace ZandorL3Tunnel {
@@ -9,7 +10,7 @@ namespace ZandorL3Tunnel {
 /// `T` and `SheetType` as for `TableCore`; the sheet also has the type `Index`, the table's key. `Base`
 /// should be one of the platform's tables.
 template <class T, class SheetType, class Base>
-class KeyedTable : public TableCore<T, SheetType, typename SheetType::Index, Base> {
+class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetType::Index, Base> {
    using Core = TableCore<T, SheetType, typename SheetType::Index, Base>;
 
  public:

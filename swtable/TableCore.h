@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/UtilFactory.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/TypeInfo.h"
 #include "plugin/UtilLoader.h"
 #include "swtable/Accessor.h"
@@ -13,7 +14,7 @@ namespace ZandorL3Tunnel {
 
 /// Observer of a table's resolved entries: hears the key of each one that comes, changes or goes.
 template <class Key>
-class ResolvedEntryNotifiee : public Nuv::Notifiee {
+class ZANDOR_EXPORT ResolvedEntryNotifiee : public Nuv::Notifiee {
  public:
    virtual void handleResolvedEntry(Key const& key) = 0;
 };
@@ -24,7 +25,7 @@ class ResolvedEntryNotifiee : public Nuv::Notifiee {
 /// sheet: the static `typeName()` and `hwTableName()`, the types `Entry` and `Source` (one of those in
 /// IndexSource.h).
 template <class T, class SheetType, class KeyType, class Base>
-class TableCore : public Base {
+class ZANDOR_EXPORT TableCore : public Base {
  public:
    using Sheet = SheetType;
    using Key = KeyType;

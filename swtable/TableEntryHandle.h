@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/UnresolvedEntry.h"
+#include "platform/nuv/Export.h"
 #include "swtable/EntryBlock.h"
 
 namespace ZandorL3Tunnel {
@@ -16,19 +17,19 @@ class WaitingEntry;
 
 /// What a keyed table's handle holds for its entry's row: the value that should be there.
 template <class T, class Key>
-struct RowContent {
+struct ZANDOR_EXPORT RowContent {
    typename T::Entry entry;
 };
 
 /// What a block table's handle holds for its run: how many of its rows the chip has not confirmed.
 template <class T, BlockKey Key>
-struct RowContent<T, Key> {
+struct ZANDOR_EXPORT RowContent<T, Key> {
    std::uint32_t unconfirmedRows{};
 };
 
 /// The handle of one entry or block of table `T`: the one slot behind its table's collections.
 template <class T>
-class TableEntryHandle final : public Asic::SwTable::EntryHandle {
+class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
  public:
    using Key = typename T::Key;
    using Accessor = Asic::SwTable::Accessor<T>;
@@ -61,16 +62,16 @@ class TableEntryHandle final : public Asic::SwTable::EntryHandle {
 
 /// What a waiting value holds beside its handle: a keyed table's entry. A block is its own key.
 template <class T, class Key>
-struct WaitingValue {
+struct ZANDOR_EXPORT WaitingValue {
    typename T::Entry entry;
 };
 
 template <class T, BlockKey Key>
-struct WaitingValue<T, Key> {};
+struct ZANDOR_EXPORT WaitingValue<T, Key> {};
 
 /// A value of table `T` that waits for entries of other tables.
 template <class T>
-class WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
+class ZANDOR_EXPORT WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
  public:
    using Handle = TableEntryHandle<T>;
    using Accessor = Asic::SwTable::Accessor<T>;

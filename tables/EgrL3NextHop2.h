@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/chipstate/FendoTypes.h"
+#include "platform/nuv/Export.h"
 #include "swtable/KeyedTable.h"
 #include "types/SwFieldTypes.h"
 
@@ -8,7 +9,7 @@ namespace ZandorL3Tunnel {
 
 /// Egress half of the underlay next hops: the L2 header that the egress stage writes, by the row's index. A
 /// next hop waits for the interface that it names.
-struct EgrL3NextHop2Sheet {
+struct ZANDOR_EXPORT EgrL3NextHop2Sheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::EgrL3NextHop2"; }
    static constexpr char const* hwTableName() { return "EgrL3NextHop2"; }
 
@@ -34,7 +35,8 @@ struct EgrL3NextHop2Sheet {
    };
 };
 
-class EgrL3NextHop2 final : public KeyedTable<EgrL3NextHop2, EgrL3NextHop2Sheet, Asic::SwKnownIndexTable> {
+class ZANDOR_EXPORT EgrL3NextHop2 final
+    : public KeyedTable<EgrL3NextHop2, EgrL3NextHop2Sheet, Asic::SwKnownIndexTable> {
  public:
    explicit EgrL3NextHop2(Pelm::String name) : KeyedTable(std::move(name)) {}
 
@@ -42,6 +44,6 @@ class EgrL3NextHop2 final : public KeyedTable<EgrL3NextHop2, EgrL3NextHop2Sheet,
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2Factory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2Factory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "platform/chipstate/FendoTypes.h"
+#include "platform/nuv/Export.h"
 #include "swtable/KeyedTable.h"
 
 namespace ZandorL3Tunnel {
 
 /// Egress L3 interfaces of the underlay: what the L2 header of a tunnel packet carries, by the row's index.
-struct EgrL3Oif2Sheet {
+struct ZANDOR_EXPORT EgrL3Oif2Sheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::EgrL3Oif2"; }
    static constexpr char const* hwTableName() { return "EgrL3Oif2"; }
 
@@ -28,7 +29,7 @@ struct EgrL3Oif2Sheet {
    };
 };
 
-class EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Sheet, Asic::SwKnownIndexTable> {
+class ZANDOR_EXPORT EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Sheet, Asic::SwKnownIndexTable> {
  public:
    explicit EgrL3Oif2(Pelm::String name) : KeyedTable(std::move(name)) {}
 
@@ -36,6 +37,6 @@ class EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Sheet, Asic::SwKno
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<EgrL3Oif2> egrL3Oif2Factory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<EgrL3Oif2> egrL3Oif2Factory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "swtable/KeyedTable.h"
 #include "types/SwFieldTypes.h"
 
 namespace ZandorL3Tunnel {
 
 /// Ingress half of the underlay next hops: where the ingress stage sends a packet, by the row's index.
-struct IngL3NextHop2TableSheet {
+struct ZANDOR_EXPORT IngL3NextHop2TableSheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::IngL3NextHop2Table"; }
    static constexpr char const* hwTableName() { return "IngL3NextHop2Table"; }
 
@@ -27,7 +28,7 @@ struct IngL3NextHop2TableSheet {
    };
 };
 
-class IngL3NextHop2Table final
+class ZANDOR_EXPORT IngL3NextHop2Table final
     : public KeyedTable<IngL3NextHop2Table, IngL3NextHop2TableSheet, Asic::SwKnownIndexTable> {
  public:
    explicit IngL3NextHop2Table(Pelm::String name) : KeyedTable(std::move(name)) {}
@@ -36,6 +37,6 @@ class IngL3NextHop2Table final
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2TableFactory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2TableFactory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

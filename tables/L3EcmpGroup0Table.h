@@ -1,13 +1,14 @@
 #pragma once
 
 #include "platform/chipstate/L3AdjIdKey.h"
+#include "platform/nuv/Export.h"
 #include "swtable/KeyedTable.h"
 
 namespace ZandorL3Tunnel {
 
 /// ECMP groups of the underlay, by adjacency: each points at the block of members that holds its paths, and
 /// waits for it.
-struct L3EcmpGroup0TableSheet {
+struct ZANDOR_EXPORT L3EcmpGroup0TableSheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::L3EcmpGroup0Table"; }
    static constexpr char const* hwTableName() { return "L3EcmpGroup0Table"; }
 
@@ -34,7 +35,8 @@ struct L3EcmpGroup0TableSheet {
    };
 };
 
-class L3EcmpGroup0Table final : public KeyedTable<L3EcmpGroup0Table, L3EcmpGroup0TableSheet, Asic::SwTable> {
+class ZANDOR_EXPORT L3EcmpGroup0Table final
+    : public KeyedTable<L3EcmpGroup0Table, L3EcmpGroup0TableSheet, Asic::SwTable> {
  public:
    explicit L3EcmpGroup0Table(Pelm::String name) : KeyedTable(std::move(name)) {}
 
@@ -42,6 +44,6 @@ class L3EcmpGroup0Table final : public KeyedTable<L3EcmpGroup0Table, L3EcmpGroup
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<L3EcmpGroup0Table> l3EcmpGroup0TableFactory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<L3EcmpGroup0Table> l3EcmpGroup0TableFactory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "platform/asic/AnySizedBlockAllocator.h"
+#include "platform/nuv/Export.h"
 
 namespace ZandorL3Tunnel {
 
 /// Runs of level-0 ECMP member rows, for every table that writes such rows.
-class L3EcmpMember0SharedAllocator final : public Asic::AnySizedBlockAllocator {
+class ZANDOR_EXPORT L3EcmpMember0SharedAllocator final : public Asic::AnySizedBlockAllocator {
  public:
    using AnySizedBlockAllocator::AnySizedBlockAllocator;
 
@@ -18,6 +19,7 @@ class L3EcmpMember0SharedAllocator final : public Asic::AnySizedBlockAllocator {
 };
 
 /// The same as `L3EcmpMember0SharedAllocator::L3EcmpMember0SharedAllocatorIs`.
-Nuv::Ptr<L3EcmpMember0SharedAllocator> l3EcmpMember0SharedAllocatorFactory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<L3EcmpMember0SharedAllocator>
+l3EcmpMember0SharedAllocatorFactory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

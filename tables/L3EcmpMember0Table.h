@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "swtable/BlockTable.h"
 #include "tables/L3EcmpMember0SharedAllocator.h"
 
@@ -7,7 +8,7 @@ namespace ZandorL3Tunnel {
 
 /// Level-0 ECMP members: blocks of members, each pointing at a next hop, at an underlay destination, or at
 /// both.
-struct L3EcmpMember0TableSheet {
+struct ZANDOR_EXPORT L3EcmpMember0TableSheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::L3EcmpMember0Table"; }
    static constexpr char const* hwTableName() { return "L3EcmpMember0Table"; }
 
@@ -35,7 +36,8 @@ struct L3EcmpMember0TableSheet {
    };
 };
 
-class L3EcmpMember0Table final : public BlockTable<L3EcmpMember0Table, L3EcmpMember0TableSheet> {
+class ZANDOR_EXPORT L3EcmpMember0Table final
+    : public BlockTable<L3EcmpMember0Table, L3EcmpMember0TableSheet> {
  public:
    L3EcmpMember0Table() : BlockTable(typeName()) {}
 
@@ -43,6 +45,6 @@ class L3EcmpMember0Table final : public BlockTable<L3EcmpMember0Table, L3EcmpMem
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<L3EcmpMember0Table> l3EcmpMember0TableFactory();
+ZANDOR_EXPORT Nuv::Ptr<L3EcmpMember0Table> l3EcmpMember0TableFactory();
 
 } // namespace ZandorL3Tunnel

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "platform/asic/FirstFreeIndexAllocator.h"
+#include "platform/nuv/Export.h"
 
 namespace ZandorL3Tunnel {
 
 /// Indices of underlay next hops: one serves both halves of a merged next hop.
-class L3NextHop2SharedAllocator final : public Asic::FirstFreeIndexAllocator {
+class ZANDOR_EXPORT L3NextHop2SharedAllocator final : public Asic::FirstFreeIndexAllocator {
  public:
    using FirstFreeIndexAllocator::FirstFreeIndexAllocator;
 
@@ -18,6 +19,6 @@ class L3NextHop2SharedAllocator final : public Asic::FirstFreeIndexAllocator {
 };
 
 /// The same as `L3NextHop2SharedAllocator::L3NextHop2SharedAllocatorIs`.
-Nuv::Ptr<L3NextHop2SharedAllocator> l3NextHop2SharedAllocatorFactory(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::Ptr<L3NextHop2SharedAllocator> l3NextHop2SharedAllocatorFactory(Pelm::String const& name);
 
 } // namespace ZandorL3Tunnel

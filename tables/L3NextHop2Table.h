@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwMergedTable.h"
+#include "platform/nuv/Export.h"
 #include "swtable/HandleCollection.h"
 #include "swtable/IndexSource.h"
 #include "tables/EgrL3NextHop2.h"
@@ -14,7 +15,7 @@ namespace ZandorL3Tunnel {
 
 /// Underlay next hops: one key takes the same index in the ingress and in the egress next-hop table. It has
 /// the index from its first write until both member tables have let go of it.
-class L3NextHop2Table final : public Asic::SwMergedTable {
+class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
  public:
    class EntryHandle;
    class MergedEntry;
@@ -92,7 +93,7 @@ class L3NextHop2Table final : public Asic::SwMergedTable {
 };
 
 /// The handles of one next hop's halves: a set.
-class L3NextHop2Table::MergedEntry {
+class ZANDOR_EXPORT L3NextHop2Table::MergedEntry {
  public:
    static constexpr std::size_t numMemberTables() { return 2; }
 
@@ -113,7 +114,7 @@ class L3NextHop2Table::MergedEntry {
 };
 
 /// The handle of one merged next hop; its index is valid when both halves' are.
-class L3NextHop2Table::EntryHandle final : public Asic::SwTable::EntryHandle {
+class ZANDOR_EXPORT L3NextHop2Table::EntryHandle final : public Asic::SwTable::EntryHandle {
  public:
    static constexpr char const* typeName() { return L3NextHop2Table::typeName(); }
 
@@ -144,7 +145,8 @@ class L3NextHop2Table::EntryHandle final : public Asic::SwTable::EntryHandle {
 };
 
 /// A pair that waits for its halves.
-class L3NextHop2Table::UnresolvedMergedEntry final : public Asic::SwMergedTable::UnresolvedMergedEntry {
+class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
+    : public Asic::SwMergedTable::UnresolvedMergedEntry {
  public:
    explicit UnresolvedMergedEntry(EntryHandle& handle) : handle_(&handle) {}
 
@@ -165,7 +167,7 @@ class L3NextHop2Table::UnresolvedMergedEntry final : public Asic::SwMergedTable:
 };
 
 /// Gives a next hop's index back once neither member table has an entry there.
-class L3NextHop2Table::IndexDeallocatorSm {
+class ZANDOR_EXPORT L3NextHop2Table::IndexDeallocatorSm {
  public:
    explicit IndexDeallocatorSm(L3NextHop2Table& table);
 
@@ -185,6 +187,6 @@ class L3NextHop2Table::IndexDeallocatorSm {
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<L3NextHop2Table> l3NextHop2TableFactory();
+ZANDOR_EXPORT Nuv::Ptr<L3NextHop2Table> l3NextHop2TableFactory();
 
 } // namespace ZandorL3Tunnel

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "platform/chipstate/L3EcmpMember1SharedAllocator.h"
+#include "platform/nuv/Export.h"
 #include "swtable/BlockTable.h"
 
 namespace ZandorL3Tunnel {
 
 /// First-level ECMP members of the underlay: blocks of members, each pointing at a merged next hop.
-struct L3UnderlayEcmpMember1TableSheet {
+struct ZANDOR_EXPORT L3UnderlayEcmpMember1TableSheet {
    static constexpr char const* typeName() { return "ZandorL3Tunnel::L3UnderlayEcmpMember1Table"; }
    static constexpr char const* hwTableName() { return "L3UnderlayEcmpMember1Table"; }
 
@@ -32,7 +33,7 @@ struct L3UnderlayEcmpMember1TableSheet {
    };
 };
 
-class L3UnderlayEcmpMember1Table final
+class ZANDOR_EXPORT L3UnderlayEcmpMember1Table final
     : public BlockTable<L3UnderlayEcmpMember1Table, L3UnderlayEcmpMember1TableSheet> {
  public:
    L3UnderlayEcmpMember1Table() : BlockTable(typeName()) {}
@@ -41,6 +42,6 @@ class L3UnderlayEcmpMember1Table final
 };
 
 /// A new table, not yet tied to a chip.
-Nuv::Ptr<L3UnderlayEcmpMember1Table> l3UnderlayEcmpMember1TableFactory();
+ZANDOR_EXPORT Nuv::Ptr<L3UnderlayEcmpMember1Table> l3UnderlayEcmpMember1TableFactory();
 
 } // namespace ZandorL3Tunnel

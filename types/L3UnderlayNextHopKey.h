@@ -1,11 +1,12 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "types/L3ViaEntry.h"
 
 namespace ZandorL3Tunnel {
 
 /// Key of a merged next hop: what a via says, so equal vias share one next hop.
-struct L3UnderlayNextHopKey : Nuv::Record<L3UnderlayNextHopKey> {
+struct ZANDOR_EXPORT L3UnderlayNextHopKey : Nuv::Record<L3UnderlayNextHopKey> {
    Brix::NextHopEntryType nhEntryType{};
    Fendo::EthAddr macAddr;
    BrixL3Intf::L3Id l3Id;

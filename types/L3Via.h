@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/HashMap.h"
 #include "platform/nuv/TypeInfo.h"
 #include "types/L3ViaEntry.h"
@@ -8,7 +9,7 @@ namespace ZandorL3Tunnel {
 
 /// The vias of one tunnel destination: a set, each with a number that is kept for its owner. Equal sets
 /// iterate in one order, however they were filled.
-class L3Via final : public Nuv::Object {
+class ZANDOR_EXPORT L3Via final : public Nuv::Object {
  public:
    using ViaMap = Nuv::HashMap<L3ViaEntry, std::uint32_t>;
 
@@ -32,6 +33,6 @@ class L3Via final : public Nuv::Object {
 };
 
 /// The same as `L3Via::L3ViaIs`.
-Nuv::Ptr<L3Via> l3ViaFactory();
+ZANDOR_EXPORT Nuv::Ptr<L3Via> l3ViaFactory();
 
 } // namespace ZandorL3Tunnel

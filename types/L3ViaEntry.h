@@ -4,12 +4,13 @@
 #include "platform/chipstate/BrixTypes.h"
 #include "platform/chipstate/FendoTypes.h"
 #include "platform/chipstate/ZandorCentralTypes.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Record.h"
 
 namespace ZandorL3Tunnel {
 
 /// One underlay via of a tunnel destination. Without a port it is a via to the CPU.
-struct L3ViaEntry : Nuv::Record<L3ViaEntry> {
+struct ZANDOR_EXPORT L3ViaEntry : Nuv::Record<L3ViaEntry> {
    Brix::NextHopEntryType nhEntryType{};
    Fendo::EthAddr macAddr;
    BrixL3Intf::L3Id l3Id;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/EnumType.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 
 #include <compare>
@@ -11,7 +12,7 @@
 namespace ZandorL3Tunnel {
 
 /// What an ingress next hop's destination is: the chip's codes.
-enum class DestinationType : std::uint8_t {
+enum class ZANDOR_EXPORT DestinationType : std::uint8_t {
    invalidDestination = 0,
    l2Multicast = 1,
    l3Multicast = 2,
@@ -20,21 +21,23 @@ enum class DestinationType : std::uint8_t {
 };
 
 /// Strength profiles of next hops: an index of 8 bits, named by its number.
-enum class L3UnderlayIngNextHopStrengthProfileIndex : std::uint8_t {};
-enum class L3UnderlayEgrNextHopStrengthProfileIndex : std::uint8_t {};
+enum class ZANDOR_EXPORT L3UnderlayIngNextHopStrengthProfileIndex : std::uint8_t {};
+enum class ZANDOR_EXPORT L3UnderlayEgrNextHopStrengthProfileIndex : std::uint8_t {};
 
 /// The type system's descriptor of a value, by number or by name. A `Nuv::RangeException` when there is none.
-Nuv::EnumInstance const& destinationTypeInstance(unsigned number);
-Nuv::EnumInstance const& destinationTypeInstance(Pelm::String const& name);
-Nuv::EnumInstance const& l3UnderlayIngNextHopStrengthProfileIndexInstance(unsigned number);
-Nuv::EnumInstance const& l3UnderlayIngNextHopStrengthProfileIndexInstance(Pelm::String const& name);
-Nuv::EnumInstance const& l3UnderlayEgrNextHopStrengthProfileIndexInstance(unsigned number);
-Nuv::EnumInstance const& l3UnderlayEgrNextHopStrengthProfileIndexInstance(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::EnumInstance const& destinationTypeInstance(unsigned number);
+ZANDOR_EXPORT Nuv::EnumInstance const& destinationTypeInstance(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::EnumInstance const& l3UnderlayIngNextHopStrengthProfileIndexInstance(unsigned number);
+ZANDOR_EXPORT Nuv::EnumInstance const&
+l3UnderlayIngNextHopStrengthProfileIndexInstance(Pelm::String const& name);
+ZANDOR_EXPORT Nuv::EnumInstance const& l3UnderlayEgrNextHopStrengthProfileIndexInstance(unsigned number);
+ZANDOR_EXPORT Nuv::EnumInstance const&
+l3UnderlayEgrNextHopStrengthProfileIndexInstance(Pelm::String const& name);
 
 /// A value's name; its number in decimal where it has none.
-Pelm::String stringValue(DestinationType value);
-Pelm::String stringValue(L3UnderlayIngNextHopStrengthProfileIndex value);
-Pelm::String stringValue(L3UnderlayEgrNextHopStrengthProfileIndex value);
+ZANDOR_EXPORT Pelm::String stringValue(DestinationType value);
+ZANDOR_EXPORT Pelm::String stringValue(L3UnderlayIngNextHopStrengthProfileIndex value);
+ZANDOR_EXPORT Pelm::String stringValue(L3UnderlayEgrNextHopStrengthProfileIndex value);
 
 /// The enumerations that the functions below serve.
 template <class E>
@@ -43,9 +46,9 @@ concept FieldEnum =
       std::same_as<E, L3UnderlayEgrNextHopStrengthProfileIndex>;
 
 /// Reads a value's name from the front of a character range; a `Nuv::RangeException` when there is none.
-void parseText(Nuv::TextRange& range, DestinationType& value);
-void parseText(Nuv::TextRange& range, L3UnderlayIngNextHopStrengthProfileIndex& value);
-void parseText(Nuv::TextRange& range, L3UnderlayEgrNextHopStrengthProfileIndex& value);
+ZANDOR_EXPORT void parseText(Nuv::TextRange& range, DestinationType& value);
+ZANDOR_EXPORT void parseText(Nuv::TextRange& range, L3UnderlayIngNextHopStrengthProfileIndex& value);
+ZANDOR_EXPORT void parseText(Nuv::TextRange& range, L3UnderlayEgrNextHopStrengthProfileIndex& value);
 
 template <FieldEnum E>
 void
@@ -73,7 +76,7 @@ operator<<(std::ostream& stream, E value) {
 }
 
 /// Number of 13 bits, 0 to 0x1fff. A larger one is a range error.
-class U13 {
+class ZANDOR_EXPORT U13 {
  public:
    static constexpr unsigned max = 0x1fff;
 

@@ -2,11 +2,12 @@
 
 #include "platform/asic/GenericIndexAllocator.h"
 #include "platform/asic/RunMap.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
 /// Gives each key, a block, one run of consecutive indices: the lowest place where it fits.
-class AnySizedBlockAllocator : public GenericIndexAllocator {
+class ZANDOR_EXPORT AnySizedBlockAllocator : public GenericIndexAllocator {
  public:
    explicit AnySizedBlockAllocator(Pelm::String name) : GenericIndexAllocator(std::move(name)) {}
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableBase.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Record.h"
 
 #include <limits>
@@ -9,7 +10,7 @@
 namespace Asic {
 
 /// Base of every entry. It holds nothing, so its parts are always equal; a keyed entry takes one row.
-struct EntryBase {
+struct ZANDOR_EXPORT EntryBase {
    static constexpr std::uint16_t getBlockSize() { return 1; }
 };
 
@@ -18,7 +19,7 @@ using NeededHandle = Nuv::Ptr<SwTableBase::EntryHandle const>;
 
 /// A field of `Entry` that follows from a handle beside it: the handle's hardware index, once there is one.
 template <class Entry, class M>
-struct DependentField {
+struct ZANDOR_EXPORT DependentField {
    NeededHandle Entry::*handle;
    M Entry::*index;
 

@@ -2,11 +2,12 @@
 
 #include "platform/asic/GenericIndexAllocator.h"
 #include "platform/asic/IndexBitmap.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
 /// Gives each key one index, the lowest that is free.
-class FirstFreeIndexAllocator : public GenericIndexAllocator {
+class ZANDOR_EXPORT FirstFreeIndexAllocator : public GenericIndexAllocator {
  public:
    explicit FirstFreeIndexAllocator(Pelm::String name) : GenericIndexAllocator(std::move(name)) {}
 

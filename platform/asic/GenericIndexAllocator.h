@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/Index.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/HashTable.h"
 #include "platform/nuv/TypeInfo.h"
 
@@ -12,7 +13,7 @@ namespace Asic {
 /// Gives out hardware indices by key. Keys are values of any type that has a descriptor: the allocator keeps
 /// its own copy. Tables that share an allocator may use one key together: it holds what it was given until
 /// the last of its users has released it.
-class GenericIndexAllocator : public Nuv::Object {
+class ZANDOR_EXPORT GenericIndexAllocator : public Nuv::Object {
  public:
    /// A key as it is passed in and handed back: its type and its place.
    struct Key {

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "platform/asic/SwTable.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
 /// How a table comes by an allocator that it shares with other tables of its chip.
-struct GenericIndexAllocatorStub {
+struct ZANDOR_EXPORT GenericIndexAllocatorStub {
    /// The chip's allocator of type `A`, made on first request. Null when the table knows no chip yet.
    template <class A>
    static Nuv::Ptr<A> createSharedAllocator(SwTable const& table) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTable.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/ReactionLoop.h"
 
 #include <deque>
@@ -17,7 +18,7 @@ namespace Asic {
 /// unanswered equal one with that one's answer. What the row in force needs is held until the chip has
 /// confirmed its successor or its removal, and what an issued row needs from the moment of issue, so nothing
 /// that a row points at ends while the row can still be used.
-class HwTable : public Nuv::Object, private Nuv::Reaction {
+class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
  public:
    static constexpr unsigned maxWords = 8;
 

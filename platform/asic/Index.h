@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <cstdint>
 
 namespace Asic {
@@ -14,7 +16,7 @@ inline constexpr Index invalidIndex = 0xFFFFFFFF;
 using UnitId = std::uint32_t;
 
 /// Whether an entry stays until it is removed, or goes with its last holder.
-enum class AutoRemoveType : std::uint8_t { automatic = 0, needsExplicitRemove = 1 };
+enum class ZANDOR_EXPORT AutoRemoveType : std::uint8_t { automatic = 0, needsExplicitRemove = 1 };
 
 constexpr AutoRemoveType
 needsExplicitRemove() {

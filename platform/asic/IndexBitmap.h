@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +12,7 @@ namespace Asic {
 
 /// Which of the indices 0 .. size-1 are taken. Every operation touches one word per level of a 64-way
 /// hierarchy: four words for a million indices.
-class IndexBitmap {
+class ZANDOR_EXPORT IndexBitmap {
  public:
    /// All `size` indices are free.
    explicit IndexBitmap(std::uint32_t size = 0) { grow(size); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +13,7 @@ namespace Asic {
 /// Contiguous runs of the indices 0 .. size-1, each index free or taken. A run is given by its first index
 /// and its length, which is at least 1. Searching takes time in the logarithm of the size, however the free
 /// indices are scattered; taking and giving also go over the run's bits, 64 at a time.
-class RunMap {
+class ZANDOR_EXPORT RunMap {
  public:
    /// All `size` indices are free.
    explicit RunMap(std::uint32_t size = 0) { grow(size); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/GenericIndexAllocator.h"
+#include "platform/nuv/Export.h"
 
 #include <vector>
 
@@ -10,7 +11,7 @@ class SwTable;
 
 /// The allocators of one chip that several tables share, one for each type of allocator. An allocator lives
 /// here while at least one table shares it.
-class SharedAllocators : public Nuv::Object {
+class ZANDOR_EXPORT SharedAllocators : public Nuv::Object {
  public:
    using Make = Nuv::Ptr<GenericIndexAllocator> (*)();
 

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "platform/asic/UnresolvedEntry.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
 /// A software table whose entries are made of one entry in each of several member tables. It writes no rows
 /// itself.
-class SwMergedTable : public SwTable {
+class ZANDOR_EXPORT SwMergedTable : public SwTable {
  public:
    class UnresolvedMergedEntry;
 
@@ -15,7 +16,7 @@ class SwMergedTable : public SwTable {
 };
 
 /// A merged entry that waits until all of its member entries have succeeded.
-class SwMergedTable::UnresolvedMergedEntry : public SwTable::UnresolvedEntry {
+class ZANDOR_EXPORT SwMergedTable::UnresolvedMergedEntry : public SwTable::UnresolvedEntry {
  protected:
    bool isNeeded(SwTableBase::EntryHandle const& member) const override {
       return member.entryState() != success();

@@ -4,13 +4,14 @@
 #include "platform/asic/SwTableBase.h"
 #include "platform/asic/WriteResponseSm.h"
 #include "platform/kallo/EntityManager.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
 class HwTable;
 
 /// A software table over one hardware table of a chip.
-class SwTable : public SwTableBase {
+class ZANDOR_EXPORT SwTable : public SwTableBase {
  public:
    class EntryHandle;
    class UnresolvedEntry;
@@ -63,13 +64,13 @@ class SwTable : public SwTableBase {
 };
 
 /// A table whose callers name the index: the key is the index.
-class SwKnownIndexTable : public SwTable {
+class ZANDOR_EXPORT SwKnownIndexTable : public SwTable {
  protected:
    using SwTable::SwTable;
 };
 
 /// A table whose unit is a block of rows.
-class SwBlockTable : public SwTable {
+class ZANDOR_EXPORT SwBlockTable : public SwTable {
  protected:
    using SwTable::SwTable;
 };
@@ -78,7 +79,7 @@ class SwBlockTable : public SwTable {
 ///
 /// A handle that its table holds (`unset`, `committed`, `inDeletion`) points back at the table plainly; one
 /// that only its users hold (`referenceOnly`) keeps the table alive.
-class SwTable::EntryHandle : public SwTableBase::EntryHandle {
+class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
  public:
    enum class EntryType : std::uint8_t { unset = 0, referenceOnly = 1, committed = 2, inDeletion = 3 };
 
@@ -125,6 +126,6 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
    SwTable* swTable_;
 };
 
-void appendText(Pelm::String& out, SwTable::EntryHandle::EntryType);
+ZANDOR_EXPORT void appendText(Pelm::String& out, SwTable::EntryHandle::EntryType);
 
 } // namespace Asic

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/Index.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Notifiee.h"
 #include "platform/nuv/Ptr.h"
 #include "platform/nuv/Text.h"
@@ -9,7 +10,7 @@
 namespace Asic {
 
 /// What every software table is: a named thing with entries, whose users hold handles on them.
-class SwTableBase : public Nuv::Object {
+class ZANDOR_EXPORT SwTableBase : public Nuv::Object {
  public:
    /// How far an entry has come.
    enum class EntryState : std::uint8_t {
@@ -51,17 +52,17 @@ class SwTableBase : public Nuv::Object {
    SwTableBase* next_{};
 };
 
-void appendText(Pelm::String& out, SwTableBase::EntryState);
+ZANDOR_EXPORT void appendText(Pelm::String& out, SwTableBase::EntryState);
 
 /// Reads the address of a handle. Only null, a don't-care handle and the handle of a live table are found;
 /// any other address is a `Nuv::RangeException`, so text never makes a pointer of its own.
-void parseText(Nuv::TextRange& range, Nuv::Ptr<SwTableBase::EntryHandle const>& handle);
+ZANDOR_EXPORT void parseText(Nuv::TextRange& range, Nuv::Ptr<SwTableBase::EntryHandle const>& handle);
 
 /// The counted handle of one entry: what users hold, and where they see how far the entry has come.
 ///
 /// A mutator that changes a value tells the handle's own reaction first, then the observers in the order of
 /// their registration, and only then returns; one that changes nothing tells nobody.
-class SwTableBase::EntryHandle : public Nuv::Object {
+class ZANDOR_EXPORT SwTableBase::EntryHandle : public Nuv::Object {
  public:
    /// Observer of one handle. It may do anything: leave, bring or end observers, change or drop the handle.
    class Notifiee : public Nuv::Notifiee {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/HwTable.h"
+#include "platform/nuv/Export.h"
 
 #include <span>
 
@@ -8,7 +9,7 @@ namespace Asic {
 
 /// What knows how a table's entries lie in the rows of a chip's hardware table. Supplied by a plug-in of the
 /// chip.
-class SwTable::Util : public Nuv::Object {
+class ZANDOR_EXPORT SwTable::Util : public Nuv::Object {
  public:
    HwTable& hwTable() const { return *hwTable_; }
 
@@ -26,7 +27,7 @@ class SwTable::Util : public Nuv::Object {
 
 /// The util of a table with entries of type `Entry`.
 template <class Entry>
-class SwTable::EntryUtil : public SwTable::Util {
+class ZANDOR_EXPORT SwTable::EntryUtil : public SwTable::Util {
  public:
    /// Packs `entry` into a row of the hardware table; `words` are as many as a row has, and zero.
    virtual void rowOf(Entry const& entry, std::span<std::uint32_t> words) const = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTable.h"
+#include "platform/nuv/Export.h"
 
 #include <memory>
 #include <vector>
@@ -8,7 +9,7 @@
 namespace Asic {
 
 /// A value that waits for entries of other tables, each followed by a state machine of its own.
-class SwTable::UnresolvedEntry : public Nuv::Object {
+class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
  public:
    using NeededHandle = Nuv::Ptr<SwTableBase::EntryHandle const>;
 
@@ -52,7 +53,8 @@ class SwTable::UnresolvedEntry : public Nuv::Object {
 };
 
 /// Follows one needed entry for one waiting value.
-class SwTable::UnresolvedEntry::NeededEntryHandleSm final : public SwTableBase::EntryHandle::Notifiee {
+class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
+    : public SwTableBase::EntryHandle::Notifiee {
  public:
    NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle, std::size_t position);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableUtil.h"
+#include "platform/nuv/Export.h"
 
 #include <functional>
 
@@ -8,7 +9,7 @@ namespace Asic {
 
 /// How a chip's plug-in offers its util for one type of table. Registered from construction to destruction,
 /// so a plug-in needs just one of them as a static object.
-class UtilFactory {
+class ZANDOR_EXPORT UtilFactory {
  public:
    /// `make` is given a hardware table whose rows have the layout `layout`.
    using Make = std::function<Nuv::Ptr<SwTable::Util>(Nuv::Ptr<HwTable> const&)>;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableBase.h"
+#include "platform/nuv/Export.h"
 
 namespace Asic {
 
@@ -8,7 +9,7 @@ class SwTable;
 
 /// The reaction through which the chip's answers reach the entries of a table. A table without one hears
 /// none.
-class WriteResponseSm : public Nuv::Object {
+class ZANDOR_EXPORT WriteResponseSm : public Nuv::Object {
  public:
    explicit WriteResponseSm(SwTable* table) : swTable_(table) {}
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
@@ -10,7 +11,7 @@
 namespace BrixL3Intf {
 
 /// Number of an L3 interface, 16 bits.
-struct L3Id {
+struct ZANDOR_EXPORT L3Id {
    std::uint16_t value{};
 
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value, seed); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
 
@@ -8,7 +9,7 @@
 namespace Brix {
 
 /// What a next hop does with a packet. Any 8-bit value can be held; the named ones are those in use.
-enum class NextHopEntryType : std::uint8_t {
+enum class ZANDOR_EXPORT NextHopEntryType : std::uint8_t {
    receive = 0,       ///< to the CPU
    unicast = 2,       ///< out of a port
    drop = 3,          ///< nowhere
@@ -17,7 +18,7 @@ enum class NextHopEntryType : std::uint8_t {
 };
 
 /// Prints as its name, or as a decimal number where it has none.
-void appendText(Pelm::String& out, NextHopEntryType);
-void parseText(Nuv::TextRange& range, NextHopEntryType& type);
+ZANDOR_EXPORT void appendText(Pelm::String& out, NextHopEntryType);
+ZANDOR_EXPORT void parseText(Nuv::TextRange& range, NextHopEntryType& type);
 
 } // namespace Brix

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/ChipInfo.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <vector>
@@ -8,15 +9,15 @@
 namespace ZandorCentral {
 
 /// What the agent knows of one chip.
-struct ChipInfo : Asic::ChipInfo {};
+struct ZANDOR_EXPORT ChipInfo : Asic::ChipInfo {};
 
 /// One of the logical modules that a chip is made of.
-struct LogicalModInfo {
+struct ZANDOR_EXPORT LogicalModInfo {
    std::uint32_t module{};
 };
 
 /// A chip's state that all feature agents share.
-class FeatureAgentCommonSmData : public Nuv::Object {
+class ZANDOR_EXPORT FeatureAgentCommonSmData : public Nuv::Object {
  public:
    explicit FeatureAgentCommonSmData(Asic::UnitId unit) : unit_(unit) {}
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
@@ -12,7 +13,7 @@ namespace Fendo {
 
 /// Ethernet address, in transmission order; ordered as its bytes are. Prints as lower-case, colon-separated
 /// hex.
-struct EthAddr {
+struct ZANDOR_EXPORT EthAddr {
    std::array<std::uint8_t, 6> bytes{};
 
    /// The address as a number of 48 bits, its first byte the most significant.
@@ -21,9 +22,9 @@ struct EthAddr {
 
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
    friend auto operator<=>(EthAddr const&, EthAddr const&) = default;
-   friend void appendText(Pelm::String& out, EthAddr const&);
+   friend ZANDOR_EXPORT void appendText(Pelm::String& out, EthAddr const&);
    /// Reads six pairs of hexadecimal digits, in either case, between colons.
-   friend void parseText(Nuv::TextRange& range, EthAddr& address);
+   friend ZANDOR_EXPORT void parseText(Nuv::TextRange& range, EthAddr& address);
 };
 
 } // namespace Fendo

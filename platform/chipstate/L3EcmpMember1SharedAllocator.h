@@ -1,11 +1,12 @@
 #pragma once
 
 #include "platform/asic/AnySizedBlockAllocator.h"
+#include "platform/nuv/Export.h"
 
 namespace ZandorL3Common {
 
 /// Runs of first-level ECMP member rows, for every table that writes such rows.
-class L3EcmpMember1SharedAllocator : public Asic::AnySizedBlockAllocator {
+class ZANDOR_EXPORT L3EcmpMember1SharedAllocator : public Asic::AnySizedBlockAllocator {
  public:
    using AnySizedBlockAllocator::AnySizedBlockAllocator;
 

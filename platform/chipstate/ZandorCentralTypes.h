@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
@@ -10,7 +11,7 @@
 namespace ZandorCentral {
 
 /// Number of a port, real or virtual, 16 bits; all ones is no port.
-struct VirtualPort {
+struct ZANDOR_EXPORT VirtualPort {
    static constexpr std::uint16_t invalidValue = 0xffff;
 
    std::uint16_t value{invalidValue};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <map>
@@ -7,7 +8,7 @@
 namespace Kallo {
 
 /// The state database's entities by path. A path holds at most one entity.
-class EntityManager : public Nuv::Object {
+class ZANDOR_EXPORT EntityManager : public Nuv::Object {
  public:
    /// Puts `entity` at `path`, replacing what was there.
    void entityIs(Pelm::String const& path, Nuv::Ptr<Nuv::Object> const& entity) { entities_[path] = entity; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <vector>
@@ -7,17 +8,17 @@
 namespace Plugin {
 
 /// The folders in which plug-ins are looked for, in order. At first: the folder of the platform library.
-std::vector<Pelm::String> const& searchPath();
-void searchPathIs(std::vector<Pelm::String>);
+ZANDOR_EXPORT std::vector<Pelm::String> const& searchPath();
+ZANDOR_EXPORT void searchPathIs(std::vector<Pelm::String>);
 
 /// A folder or library that could not be loaded, and why.
-struct LoadFailure {
+struct ZANDOR_EXPORT LoadFailure {
    Pelm::String path;
    Pelm::String reason;
 };
 
 /// Loads plug-ins and keeps them until the process ends.
-class LoaderBase {
+class ZANDOR_EXPORT LoaderBase {
  public:
    LoaderBase() = default;
    LoaderBase(LoaderBase const&) = delete;
@@ -38,6 +39,6 @@ class LoaderBase {
 };
 
 template <class>
-class Loader : public LoaderBase {};
+class ZANDOR_EXPORT Loader : public LoaderBase {};
 
 } // namespace Plugin

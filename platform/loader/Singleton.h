@@ -1,13 +1,14 @@
 #pragma once
 
 #include "platform/loader/Loader.h"
+#include "platform/nuv/Export.h"
 #include "platform/nuv/SingletonRegistry.h"
 
 namespace Ancillary::Core::Loader {
 
 /// Base of a singleton that brings plug-ins with it. `instantiate` loads them on first use: from the folder
 /// named by the singleton's prefix and suffix paths, once in a process.
-class Singleton : public Nuv::Object {
+class ZANDOR_EXPORT Singleton : public Nuv::Object {
  public:
    virtual Pelm::String prefixPath() const = 0;
    virtual Pelm::String suffixPath() const = 0;

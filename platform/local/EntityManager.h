@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <map>
@@ -8,7 +9,7 @@ namespace Local {
 
 /// Entities that parts of one agent share, by path. Whoever wants one mounts its path with the type that it
 /// expects, then looks it up.
-class EntityManager : public Nuv::Object {
+class ZANDOR_EXPORT EntityManager : public Nuv::Object {
  public:
    void entityIs(Pelm::String const& path, Pelm::String const& typeName, Nuv::Ptr<Nuv::Object> const& entity);
    void entityDel(Pelm::String const& path);

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <exception>
 
 namespace Nuv {
 
 /// Steps that are all done, whatever one of them throws. The first exception leaves through `finish`, which
 /// is to be called behind the last step.
-class AllSteps {
+class ZANDOR_EXPORT AllSteps {
  public:
    template <class Step>
    void operator()(Step&& step) {

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 namespace Nuv {
 
 /// Prints source, line, condition and message to standard error, then aborts, in every build type.
-[[noreturn]] void assertionFailed(char const* source, int line, char const* condition,
-                                  Pelm::String const& message);
+[[noreturn]] ZANDOR_EXPORT void assertionFailed(char const* source, int line, char const* condition,
+                                                Pelm::String const& message);
 
 } // namespace Nuv
 

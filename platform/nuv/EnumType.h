@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/TypeInfo.h"
 
 namespace Nuv {
@@ -7,7 +8,7 @@ namespace Nuv {
 class EnumType;
 
 /// One value of an enumeration: what its two `...Instance` functions find.
-struct EnumInstance {
+struct ZANDOR_EXPORT EnumInstance {
    EnumType const* type;
    unsigned number;
    Pelm::String name;
@@ -15,7 +16,7 @@ struct EnumInstance {
 
 /// An enumeration, known to the type system from construction to destruction: its values by number and by
 /// name.
-class EnumType final : public TypeInfo {
+class ZANDOR_EXPORT EnumType final : public TypeInfo {
  public:
    struct Value {
       unsigned number;

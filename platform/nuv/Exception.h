@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <stdexcept>
@@ -7,19 +8,19 @@
 namespace Nuv {
 
 /// Base of the type system's exceptions: run-time conditions that the caller can act on.
-class Exception : public std::runtime_error {
+class ZANDOR_EXPORT Exception : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
 
 /// A value outside the range of its type, or text that is no value of it.
-class RangeException : public Exception {
+class ZANDOR_EXPORT RangeException : public Exception {
  public:
    using Exception::Exception;
 };
 
 /// A field of a record that cannot be read from text.
-class DeserializeException : public RangeException {
+class ZANDOR_EXPORT DeserializeException : public RangeException {
  public:
    DeserializeException(Pelm::String field, Pelm::String const& reason)
        : RangeException("field '" + field + "': " + reason), field_(std::move(field)) {}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <bit>
 #include <concepts>
 #include <cstddef>
@@ -12,11 +14,11 @@ namespace Nuv {
 
 /// The process's hash seed: random, unless it was set before its first use. One seed gives one order of every
 /// hash collection, so a run can be repeated.
-std::uint32_t hashSeed();
+ZANDOR_EXPORT std::uint32_t hashSeed();
 
 /// Sets the process's hash seed. Returns false, and changes nothing, once the seed has been used: collections
 /// that exist would otherwise lose their order.
-bool hashSeedIs(std::uint32_t seed);
+ZANDOR_EXPORT bool hashSeedIs(std::uint32_t seed);
 
 /// The seed that hash collections start from. Collections that are filled by walking over each other must not
 /// share a salt: elements that come in the order of their hashes would all crowd at one end.
@@ -39,7 +41,7 @@ collectionSalt(std::string_view typeName) {
 ///
 /// The state is folded with the 64-bit finaliser of SplitMix64 (Steele, Lea, Flood: "Fast splittable
 /// pseudorandom number generators", OOPSLA 2014), a bijection of the state for every value mixed in.
-class HashAccumulator {
+class ZANDOR_EXPORT HashAccumulator {
  public:
    explicit constexpr HashAccumulator(std::uint32_t seed) : state_(seed + 0x9e3779b97f4a7c15ull) {}
 

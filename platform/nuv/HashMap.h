@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
 #include "platform/nuv/Text.h"
@@ -15,7 +16,7 @@ namespace Nuv {
 /// One element of a HashMap: a key that stays and a value that may be written. Also usable as
 /// `auto& [key, value]`.
 template <class K, class V>
-class HashMapEntry {
+class ZANDOR_EXPORT HashMapEntry {
  public:
    HashMapEntry(K key, V value) : key_(std::move(key)), value_(std::move(value)) {}
 
@@ -55,7 +56,7 @@ class HashMapEntry {
 };
 
 template <class K, class V>
-struct HashMapTraits {
+struct ZANDOR_EXPORT HashMapTraits {
    using Slot = HashMapEntry<K, V>;
    using Key = K;
    static std::uint32_t hash(K const& key) { return hashOf(key, collectionHashSeed()); }
@@ -67,7 +68,7 @@ struct HashMapTraits {
 /// A map whose order depends only on its keys and the process's hash seed: by hash, then by `<` of the keys.
 /// K has hashOf(key, seed), == and <. V may be move-only; moving K and V must not throw.
 template <class K, class V>
-class HashMap {
+class ZANDOR_EXPORT HashMap {
    using Table = HashTable<HashMapTraits<K, V>>;
 
  public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
 
@@ -10,7 +11,7 @@
 namespace Nuv {
 
 template <class K>
-struct HashSetTraits {
+struct ZANDOR_EXPORT HashSetTraits {
    using Slot = K;
    using Key = K;
    static std::uint32_t hash(K const& key) { return hashOf(key, collectionHashSeed()); }
@@ -22,7 +23,7 @@ struct HashSetTraits {
 /// A set whose order depends only on its elements and the process's hash seed: by hash, then by `<`.
 /// K has hashOf(key, seed), == and <; moving it must not throw.
 template <class K>
-class HashSet {
+class ZANDOR_EXPORT HashSet {
    using Table = HashTable<HashSetTraits<K>>;
 
  public:

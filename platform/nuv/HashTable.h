@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +34,7 @@ namespace Nuv {
 ///
 /// The functions named `...Hashed` take the hash of the key, which must be what Traits::hash gives.
 template <class Traits>
-class HashTable {
+class ZANDOR_EXPORT HashTable {
  public:
    using Slot = typename Traits::Slot;
    using Key = typename Traits::Key;
@@ -383,7 +385,7 @@ class HashTable {
 /// A forward iterator; any change of the table invalidates it.
 template <class Traits>
 template <bool isConst>
-class HashTable<Traits>::Position {
+class ZANDOR_EXPORT HashTable<Traits>::Position {
  public:
    using iterator_category = std::forward_iterator_tag;
    using value_type = Slot;
@@ -431,7 +433,7 @@ class HashTable<Traits>::Position {
 /// has gone past the last element, the cursor stays at the end for good.
 template <class Traits>
 template <bool isConst>
-class HashTable<Traits>::Cursor {
+class ZANDOR_EXPORT HashTable<Traits>::Cursor {
  public:
    using Table = std::conditional_t<isConst, HashTable const, HashTable>;
    using Element = std::conditional_t<isConst, Slot const, Slot>;

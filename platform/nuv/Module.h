@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <vector>
@@ -8,7 +9,7 @@ namespace Nuv {
 
 /// One source file's part of the type system. A module registers itself when its file's static initialiser
 /// runs and leaves when its library is unloaded.
-class Module {
+class ZANDOR_EXPORT Module {
  public:
    explicit Module(Pelm::String name);
    ~Module();
@@ -28,7 +29,7 @@ class Module {
 };
 
 /// What a class answers when it is asked for its framework type: its module, and the kind of thing it is.
-struct FwkType {
+struct ZANDOR_EXPORT FwkType {
    static constexpr unsigned classKind = 4;
 
    Module const* module{};
@@ -38,6 +39,6 @@ struct FwkType {
 };
 
 /// The module of the platform's own classes.
-Module const& platformModule();
+ZANDOR_EXPORT Module const& platformModule();
 
 } // namespace Nuv

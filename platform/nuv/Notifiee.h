@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/AllSteps.h"
+#include "platform/nuv/Export.h"
 
 #include <cstdint>
 #include <memory>
@@ -10,7 +11,7 @@ namespace Nuv {
 class NotifieeListBase;
 
 /// Base of every observer: one place in one list. Leaves its list when it is destroyed.
-class Notifiee {
+class ZANDOR_EXPORT Notifiee {
  public:
    Notifiee() = default;
    Notifiee(Notifiee const&) = delete;
@@ -37,7 +38,7 @@ class Notifiee {
 ///
 /// While it announces, observers may come, go, or destroy the list itself: who left hears nothing more, who
 /// came meanwhile hears the next change.
-class NotifieeListBase {
+class ZANDOR_EXPORT NotifieeListBase {
  public:
    NotifieeListBase() = default;
    NotifieeListBase(NotifieeListBase const&) = delete;
@@ -76,7 +77,7 @@ class NotifieeListBase {
 };
 
 template <class N>
-class NotifieeList : public NotifieeListBase {
+class ZANDOR_EXPORT NotifieeList : public NotifieeListBase {
  public:
    /// Registers `notifiee`, which must be in no list, at the end.
    void notifieeIs(N& notifiee) { add(notifiee); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
@@ -9,7 +10,7 @@
 namespace Nuv {
 
 /// Descriptor of a value type, for code that holds values without knowing their type.
-struct NuvType {
+struct ZANDOR_EXPORT NuvType {
    Pelm::StringView name;
    std::uint32_t (*hash)(void const* value, std::uint32_t seed);
    bool (*equal)(void const*, void const*);

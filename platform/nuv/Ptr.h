@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Module.h"
 
 #include <atomic>
@@ -12,15 +13,15 @@ namespace Nuv {
 
 /// Whether counts change atomically. Off at first: the process has one thread of reactions. To be set before
 /// a second thread touches any pointer.
-bool threadSafePtr();
-void threadSafePtrIs(bool isThreadSafe);
+ZANDOR_EXPORT bool threadSafePtr();
+ZANDOR_EXPORT void threadSafePtrIs(bool isThreadSafe);
 
 /// Base of everything that is held through `Nuv::Ptr`: one 32-bit word of 29 count bits and 3 flags.
 ///
 /// When the last reference goes, `onZeroReferences` runs once; the object is deleted afterwards unless
 /// somebody holds it again by then. References taken and given back while it runs do not start it a second
 /// time.
-class Object {
+class ZANDOR_EXPORT Object {
  public:
    Object(Object const&) = delete;
    Object& operator=(Object const&) = delete;
@@ -107,7 +108,7 @@ concept PointsTo = std::convertible_to<U*, T*>;
 
 /// Counted pointer.
 template <class T>
-class Ptr {
+class ZANDOR_EXPORT Ptr {
  public:
    constexpr Ptr() = default;
    constexpr Ptr(std::nullptr_t) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <cstddef>
@@ -9,7 +10,7 @@ namespace Nuv {
 class ReactionLoop;
 
 /// Work that a loop does later. One object has at most one place in a queue.
-class Reaction {
+class ZANDOR_EXPORT Reaction {
  public:
    Reaction() = default;
    Reaction(Reaction const&) = delete;
@@ -30,7 +31,7 @@ class Reaction {
 
 /// The agent's single thread of reactions: a queue that its owner steps. It has no clock of its own, so the
 /// order of what happens depends on the order of scheduling alone.
-class ReactionLoop {
+class ZANDOR_EXPORT ReactionLoop {
  public:
    /// The way to a loop for whoever may outlive it: without its loop it schedules nothing.
    class Link final : public Object {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Ptr.h"
 #include "platform/nuv/Text.h"
@@ -10,12 +11,12 @@
 namespace Nuv {
 
 /// What text may stand between a field's key and its value: exactly one blank, or any number of them.
-enum class KeySpelling : std::uint8_t { oneBlank, anyBlanks };
+enum class ZANDOR_EXPORT KeySpelling : std::uint8_t { oneBlank, anyBlanks };
 
 /// One field of a record: its name, where it is, whether it takes part in what the record is (equality, order
 /// and hash) or only follows from what does, and how its key is spelt in text.
 template <class R, class M>
-struct Field {
+struct ZANDOR_EXPORT Field {
    char const* name;
    M R::*member;
    bool identity;
@@ -40,7 +41,7 @@ filledField(char const* name, M R::*member) {
 
 /// A record's one list of fields, under its full type name.
 template <class... Fields>
-struct FieldList {
+struct ZANDOR_EXPORT FieldList {
    char const* typeName;
    std::tuple<Fields...> fields;
 };
@@ -101,7 +102,7 @@ appendText(Pelm::String& out, Ptr<T> const& object) {
 
 /// Base of a record `R`: equality, order, hash and text form, all from `R::fieldList()`.
 template <class R>
-class Record {
+class ZANDOR_EXPORT Record {
  public:
    static constexpr char const* typeName() { return R::fieldList().typeName; }
 

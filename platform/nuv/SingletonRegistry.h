@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <map>
@@ -8,7 +9,7 @@
 namespace Nuv {
 
 /// The process's singletons by full type name.
-class SingletonRegistry {
+class ZANDOR_EXPORT SingletonRegistry {
  public:
    static SingletonRegistry& instance();
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <concepts>
@@ -9,10 +10,10 @@ namespace Nuv {
 
 /// Appends the text form of a value. A type brings its own by an overload found beside it; these are the
 /// plain ones: `True`/`False`, decimal integers, text as it is, pointers as an address.
-void appendText(Pelm::String& out, bool value);
-void appendText(Pelm::String& out, unsigned long long value);
-void appendText(Pelm::String& out, long long value);
-void appendText(Pelm::String& out, void const* value);
+ZANDOR_EXPORT void appendText(Pelm::String& out, bool value);
+ZANDOR_EXPORT void appendText(Pelm::String& out, unsigned long long value);
+ZANDOR_EXPORT void appendText(Pelm::String& out, long long value);
+ZANDOR_EXPORT void appendText(Pelm::String& out, void const* value);
 inline void
 appendText(Pelm::String& out, Pelm::StringView value) {
    out.append(value);
@@ -41,7 +42,7 @@ text(Values const&... values) {
 }
 
 /// A value that may have to be printed: costs nothing until it is. The value must outlive it.
-class TextRef {
+class ZANDOR_EXPORT TextRef {
  public:
    template <class V>
    requires(!std::same_as<V, TextRef>) TextRef(V const& value)
@@ -56,6 +57,6 @@ class TextRef {
 };
 
 /// Writes text to a stream, for value types' `operator<<`.
-std::ostream& writeText(std::ostream&, Pelm::String const&);
+ZANDOR_EXPORT std::ostream& writeText(std::ostream&, Pelm::String const&);
 
 } // namespace Nuv

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/Exception.h"
+#include "platform/nuv/Export.h"
 
 #include <concepts>
 #include <limits>
@@ -9,7 +10,7 @@ namespace Nuv {
 
 /// Text that is being read, from the front on. What cannot be read is a `RangeException`, and leaves the
 /// range where it was. The characters may be any bytes.
-class TextRange {
+class ZANDOR_EXPORT TextRange {
  public:
    TextRange(char const* begin, char const* end) : rest_(begin, std::size_t(end - begin)) {}
    explicit TextRange(Pelm::StringView text) : rest_(text) {}
@@ -50,7 +51,7 @@ class TextRange {
 
 /// Reads the text form that `appendText` writes. A type brings its own by an overload found beside it; these
 /// are the plain ones.
-void parseText(TextRange& range, bool& value);
+ZANDOR_EXPORT void parseText(TextRange& range, bool& value);
 
 template <std::unsigned_integral I>
 requires(!std::same_as<I, bool>) void parseText(TextRange& range, I& value) {

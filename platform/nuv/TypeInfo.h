@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/nuv/Module.h"
 #include "platform/nuv/NuvType.h"
 #include "platform/nuv/Ptr.h"
@@ -11,7 +12,7 @@
 namespace Nuv {
 
 /// One published attribute of a type.
-struct AttributeInfo {
+struct ZANDOR_EXPORT AttributeInfo {
    Pelm::String name;
 
    /// The text form of the attribute of `object`, which must be of the type.
@@ -23,7 +24,7 @@ struct AttributeInfo {
 };
 
 /// What the type system knows of one type: found by its full name while the type's library is loaded.
-class TypeInfo {
+class ZANDOR_EXPORT TypeInfo {
  public:
    enum class Kind : std::uint8_t { valueType, classType, enumeration };
 
@@ -68,7 +69,7 @@ class TypeInfo {
 
 /// Registers record `R`, from its list of fields, as long as it exists.
 template <class R>
-class RegisteredValue final : public TypeInfo {
+class ZANDOR_EXPORT RegisteredValue final : public TypeInfo {
  public:
    explicit RegisteredValue(Module const& module) : TypeInfo(R::typeName(), module, Kind::valueType) {
       valueType_ = &nuvType<R>();
@@ -98,7 +99,7 @@ class RegisteredValue final : public TypeInfo {
 
 /// One attribute in the list of a class: its name and the member function that reads it.
 template <class Getter>
-struct Attribute {
+struct ZANDOR_EXPORT Attribute {
    char const* name;
    Getter getter;
 };
@@ -112,7 +113,7 @@ attribute(char const* name, Getter getter) {
 /// Registers class `T`, from its `attributeList()`, a tuple of `attribute`s, as long as it exists. `make`
 /// makes an object from a name, for classes that need nothing else.
 template <class T>
-class RegisteredClass final : public TypeInfo {
+class ZANDOR_EXPORT RegisteredClass final : public TypeInfo {
  public:
    explicit RegisteredClass(Module const& module, Make makeNamed = nullptr)
        : TypeInfo(T::typeName(), module, Kind::classType) {

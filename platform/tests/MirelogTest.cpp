@@ -500,7 +500,7 @@ TEST_F(MirelogTest, SeveralThreadsLoseNothing) {
    EXPECT_EQ(contents.remark, "");
    std::map<unsigned, unsigned> next;
    for (auto const& text : texts(contents)) {
-      unsigned const thread = unsigned(text[0] - '0');
+      auto const thread = unsigned(text[0] - '0');
       ASSERT_EQ(text, std::to_string(thread) + " " + std::to_string(next[thread]++));
    }
    EXPECT_THAT(next, ElementsAre(std::pair(0u, each), std::pair(1u, each), std::pair(2u, each)));
@@ -552,7 +552,7 @@ TEST_F(MirelogTest, EachMessageOfSeveralThreadsHasANumberOfItsOwn) {
       thread.join();
    }
    MIRELOG(facility, 1, "after");
-   EXPECT_EQ(mine(readRing(ringImage())).back().sequence, before + threads * each + 1);
+   EXPECT_EQ(mine(readRing(ringImage())).back().sequence, before + std::uint64_t(threads) * each + 1);
 }
 
 TEST_F(MirelogTest, FacilitiesFromSeveralThreadsAtOnce) {
@@ -692,7 +692,7 @@ class RingDamageTest : public MirelogTest {
       }
       image = ringImage();
       whole = texts(readRing(image));
-      recordsAt = image.size() - 8 * 64;
+      recordsAt = image.size() - std::size_t(8) * 64;
    }
 
    /// Reads a heap block of just this size, so that reading beyond it is found.

@@ -312,11 +312,10 @@ class Registry {
       return mappings_.emplace_back(made);
    }
 
-   /// Lets go of a mapping's file, but not of its addresses.
+   /// Lets go of a mapping's file, but not of its addresses. Should that fail, both stay as they are.
    void retire(Mapping const* old) {
-      if (old) {
-         mmap(old->base, old->bytes, PROT_READ | PROT_WRITE,
-              MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0);
+      if (old && mmap(old->base, old->bytes, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0) != MAP_FAILED) {
          retired_.push_back(old);
       }
    }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@
 namespace Trace {
 
 /// How a message's argument is stored and printed. The numbers are those of the ring file.
-enum class Kind : std::uint8_t {
+enum class ZANDOR_EXPORT Kind : std::uint8_t {
    boolean = 1,
    signedInteger = 2,
    unsignedInteger = 3,
@@ -32,14 +33,14 @@ enum class Kind : std::uint8_t {
 /// What a type's own `rawForTrace(T const&)`, found beside the type, returns to make the type an argument of
 /// `MIRELOG`: up to 64 bits, and how to print them. Returning a plain `std::uint64_t` prints as a number.
 template <Kind k>
-requires(k != Kind::text) struct Raw {
+requires(k != Kind::text) struct ZANDOR_EXPORT Raw {
    static constexpr Kind kind = k;
    std::uint64_t value;
 };
 
 /// A named source of messages, known to the ring by its name: two of the same name are one source. Creating
 /// one takes a lock and memory the first time a name is used. Names beyond `maxName` bytes are cut.
-class Facility {
+class ZANDOR_EXPORT Facility {
  public:
    static constexpr std::size_t maxName = 100;
 
@@ -68,17 +69,18 @@ inline constexpr std::size_t maxRingRecords = std::size_t(1) << 24;
 /// thread at a time may call this and `ringFileDel`, while any number of them log; what these log during the
 /// call may be missing in the new place. A forked child shares the file: it calls one of the two before it
 /// logs.
-[[nodiscard]] Pelm::String ringFileIs(Pelm::String const& path, std::size_t records = defaultRingRecords);
+[[nodiscard]] ZANDOR_EXPORT Pelm::String ringFileIs(Pelm::String const& path,
+                                                    std::size_t records = defaultRingRecords);
 
 /// Moves the ring back to memory, with the newest messages it holds. The file is left complete. Without a
 /// file this does nothing.
-void ringFileDel();
+ZANDOR_EXPORT void ringFileDel();
 
 /// The ring as it is now, file or not, in the form of a (small) ring file for `readRing`.
-Pelm::String ringImage();
+ZANDOR_EXPORT Pelm::String ringImage();
 
 /// One place in the source that logs. Made by `MIRELOG`.
-class MirelogSite {
+class ZANDOR_EXPORT MirelogSite {
  public:
    static constexpr unsigned maxLevel = 31;
    static constexpr std::size_t maxFormat = 400;
@@ -208,11 +210,11 @@ textOf(T const& value) {
 }
 
 /// Copies a text to `words`: its length (plus 128 if it was cut) as the first byte, then its bytes.
-void packText(std::uint64_t* words, std::size_t count, Pelm::StringView text) noexcept;
+ZANDOR_EXPORT void packText(std::uint64_t* words, std::size_t count, Pelm::StringView text) noexcept;
 
 /// Stores one message.
-void store(std::uint32_t origin, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
-           std::uint64_t) noexcept;
+ZANDOR_EXPORT void store(std::uint32_t origin, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
+                         std::uint64_t) noexcept;
 
 template <std::size_t placeholderCount, class... Args>
 void

@@ -320,7 +320,7 @@ readRing(Pelm::StringView bytes) {
       remarks.push_back(fmt::format("cut short: {} of {} records", present, records));
    }
    if (descriptors.damaged()) {
-      remarks.push_back("damaged descriptors");
+      remarks.emplace_back("damaged descriptors");
    }
    if (contents.skipped > 0) {
       remarks.push_back(fmt::format("{} records half-written or damaged", contents.skipped));

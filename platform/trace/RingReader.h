@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <array>
@@ -11,7 +12,7 @@
 namespace Trace {
 
 /// One message of a ring, as it is printed.
-struct RingMessage {
+struct ZANDOR_EXPORT RingMessage {
    /// Counts the process's messages from 1; a number that is not there was overwritten or lost.
    std::uint64_t sequence{};
    /// Nanoseconds since the process began to trace, as coarse as the clock's tick (1 to 10 ms).
@@ -26,7 +27,7 @@ struct RingMessage {
 };
 
 /// What a ring holds.
-struct RingContents {
+struct ZANDOR_EXPORT RingContents {
    /// Why nothing could be read; then all else is empty.
    Pelm::String error;
    /// What of it could not be read; empty if there is nothing to say.
@@ -42,13 +43,13 @@ struct RingContents {
 };
 
 /// Reads a ring file's bytes, of whatever origin: cut or damaged ones give fewer messages or an error.
-RingContents readRing(Pelm::StringView bytes);
+ZANDOR_EXPORT RingContents readRing(Pelm::StringView bytes);
 
 /// Reads a ring file, also of a process that is running. Errors name path and reason.
-RingContents readRingFile(Pelm::String const& path);
+ZANDOR_EXPORT RingContents readRingFile(Pelm::String const& path);
 
 /// `sequence +seconds.nanoseconds facility/level file:line text`.
-Pelm::String lineOf(RingMessage const&);
+ZANDOR_EXPORT Pelm::String lineOf(RingMessage const&);
 
 /// The form of the file: a header, descriptors in `descriptorRoom` bytes, then the records. All numbers are
 /// little endian and of the same place and size on every machine.
@@ -57,7 +58,7 @@ namespace ringfile {
 inline constexpr std::array<char, 8> magic{'M', 'i', 'r', 'e', 'l', 'o', 'g', '\n'};
 inline constexpr std::uint32_t version = 1;
 
-struct Header {
+struct ZANDOR_EXPORT Header {
    std::array<char, 8> magic;
    std::uint32_t version;
    std::uint32_t recordBytes;
@@ -74,11 +75,11 @@ struct Header {
 };
 static_assert(sizeof(Header) == 128);
 
-enum class DescriptorType : std::uint8_t { site = 1, facility = 2 };
+enum class ZANDOR_EXPORT DescriptorType : std::uint8_t { site = 1, facility = 2 };
 
 /// Followed by `fileLength` bytes of a file name and `textLength` bytes of a format or facility name, and by
 /// zeros up to a multiple of 8.
-struct Descriptor {
+struct ZANDOR_EXPORT Descriptor {
    /// Of all of it. Written last; 0 where the descriptors end.
    std::uint32_t bytes;
    std::uint16_t id;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nuv/Export.h"
 #include "platform/pelm/String.h"
 
 #include <cstdint>
@@ -8,7 +9,7 @@
 namespace Trace {
 
 /// A named source of trace lines with one bit per level. All levels are closed until somebody opens them.
-class TraceHandle {
+class ZANDOR_EXPORT TraceHandle {
  public:
    static constexpr unsigned maxLevel = 31;
 
@@ -30,9 +31,9 @@ using Sink = std::function<void(TraceHandle const&, unsigned level, Pelm::String
 
 /// Where the process's text trace goes: standard error until another sink is set. An empty sink restores
 /// that.
-void sinkIs(Sink);
+ZANDOR_EXPORT void sinkIs(Sink);
 
 /// Hands a line to the sink.
-void line(TraceHandle const&, unsigned level, Pelm::StringView);
+ZANDOR_EXPORT void line(TraceHandle const&, unsigned level, Pelm::StringView);
 
 } // namespace Trace

@@ -1,4 +1,3 @@
-#include "plugin/DefaultTraceHandle.h"
 #include "programmer/L3UnderlayEcmpProgrammer.h"
 #include "tables/L3EcmpGroup0Table.h"
 
@@ -6,19 +5,6 @@
 
 namespace ZandorL3Tunnel {
 namespace {
-
-TEST(DefaultTraceHandle, IsOneObjectWithTheLibrarysName) {
-   auto& handle = _defaultTraceHandle();
-   EXPECT_EQ(handle.name(), "L3UnderlayTunnel");
-   EXPECT_EQ(&_defaultTraceHandle(), &handle);
-}
-
-TEST(DefaultTraceHandle, HasAllItsLevelsClosedAtFirst) {
-   for (unsigned level : {TraceLevel::programmer, TraceLevel::write, TraceLevel::resolve, TraceLevel::state,
-                          TraceLevel::hardware}) {
-      EXPECT_FALSE(_defaultTraceHandle().isOpen(level)) << level;
-   }
-}
 
 class SourceFiles : public testing::TestWithParam<char const*> {};
 
