@@ -68,9 +68,9 @@ filled(std::vector<Key> const& with) {
    return map;
 }
 
-template <class Map, unsigned seedOfProbes>
+template <class Map>
 void
-find(benchmark::State& state) {
+find(benchmark::State& state, unsigned seedOfProbes) {
    auto probes = keys(std::size_t(state.range(0)), seedOfProbes);
    auto map = filled<Map>(keys(std::size_t(state.range(0)), 1));
    std::shuffle(probes.begin(), probes.end(), std::mt19937(7));
@@ -80,6 +80,18 @@ find(benchmark::State& state) {
       }
    }
    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+template <class Map>
+void
+findHit(benchmark::State& state) {
+   find<Map>(state, 1);
+}
+
+template <class Map>
+void
+findMiss(benchmark::State& state) {
+   find<Map>(state, 2);
 }
 
 template <class Map>
@@ -128,16 +140,16 @@ iterate(benchmark::State& state) {
    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-#define MAP_BENCH(operation, ...)                                                                            \
-   BENCHMARK(operation<NuvMap __VA_ARGS__>)->Arg(1000)->Arg(100000)->Arg(1000000);                           \
-   BENCHMARK(operation<StdMap __VA_ARGS__>)->Arg(1000)->Arg(100000)->Arg(1000000);                           \
-   BENCHMARK(operation<AbslMap __VA_ARGS__>)->Arg(1000)->Arg(100000)->Arg(1000000)
+// Named <operation>/<map>/<size>, as bench/summary.py reads them.
+#define MAP_BENCH(operation, name)                                                                           \
+   BENCHMARK(operation<NuvMap>)->Name(name "/ours")->Arg(1000)->Arg(100000)->Arg(1000000);                   \
+   BENCHMARK(operation<StdMap>)->Name(name "/std")->Arg(1000)->Arg(100000)->Arg(1000000);                    \
+   BENCHMARK(operation<AbslMap>)->Name(name "/absl")->Arg(1000)->Arg(100000)->Arg(1000000)
 
-#define COMMA ,
-MAP_BENCH(find, COMMA 1);
-MAP_BENCH(find, COMMA 2);
-MAP_BENCH(insert);
-MAP_BENCH(erase);
-MAP_BENCH(iterate);
+MAP_BENCH(findHit, "find-hit");
+MAP_BENCH(findMiss, "find-miss");
+MAP_BENCH(insert, "insert");
+MAP_BENCH(erase, "erase");
+MAP_BENCH(iterate, "iterate");
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "platform/nuv/Ptr.h"
 
 #include <benchmark/benchmark.h>
+#include <memory>
 
 namespace {
 
@@ -16,16 +17,19 @@ copyPtr(benchmark::State& state) {
       benchmark::DoNotOptimize(copy);
    }
 }
-BENCHMARK(copyPtr);
+BENCHMARK(copyPtr)->Name("pointer/copy");
 
 void
 incrementAndDecrement(benchmark::State& state) {
-   std::uint32_t count = 1;
+   auto count = std::make_unique<std::uint32_t>(1);
+   benchmark::DoNotOptimize(count.get());
    for (auto _ : state) {
-      benchmark::DoNotOptimize(++count);
-      benchmark::DoNotOptimize(--count);
+      ++*count;
+      benchmark::ClobberMemory();
+      --*count;
+      benchmark::ClobberMemory();
    }
 }
-BENCHMARK(incrementAndDecrement);
+BENCHMARK(incrementAndDecrement)->Name("pointer/increment");
 
 } // namespace

@@ -4,7 +4,7 @@ namespace ZandorL3Tunnel {
 
 Trace::TraceHandle&
 _defaultTraceHandle() {
-   static Trace::TraceHandle handle("L3UnderlayTunnel");
+   static Trace::TraceHandle& handle = Trace::handleOf("L3UnderlayTunnel");
    return handle;
 }
 

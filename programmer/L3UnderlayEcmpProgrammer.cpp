@@ -43,15 +43,23 @@ l3UnderlayEcmpProgrammerFactory(L3UnderlayEcmpProgrammer::Fcsd const& fcsd,
 }
 
 void
+L3UnderlayEcmpProgrammer::doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group) {
+   L3NextHop2Table::doMountHwTableMountInfo(group);
+   L3UnderlayEcmpMember1Table::doMountHwTableMountInfo(group);
+}
+
+void
 L3UnderlayEcmpProgrammer::initTables(ZandorCentral::ChipInfo const& chipInfo) {
    NUV_ASSERT(fcsd()->logicalModInfos(), "");
    DUOLOG(_defaultTraceHandle(), TraceLevel::programmer, "initTables", " Allocating L3EcmpNextHop tables");
    auto unit = fcsd()->unit();
    l3EcmpNextHopTable_ = l3NextHop2TableFactory();
    l3EcmpNextHopTable_->doInit(unit, kalloEm_, chipInfo);
+   l3EcmpNextHopTable_->doPublishHwTableMountInfo();
    l3EcmpNextHopTable_->entryRemoveAll();
    l3EcmpMemberTable_ = l3UnderlayEcmpMember1TableFactory();
    l3EcmpMemberTable_->doInit(unit, kalloEm_, chipInfo);
+   l3EcmpMemberTable_->doPublishHwTableMountInfo();
    l3EcmpMemberTable_->entryBlockRemoveAll();
    localEm_->doMount(egrL3Oif2Path, EgrL3Oif2::typeName());
    egrL3Oif2_ = Nuv::dynamicCast<EgrL3Oif2 const>(localEm_->getEntity(egrL3Oif2Path));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/chipstate/ChipInfo.h"
 #include "platform/chipstate/FeatureAgentCommonSmData.h"
 #include "platform/local/EntityManager.h"
 #include "platform/nuv/Export.h"
@@ -41,8 +42,13 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
 
-   /// Makes the tables for the chip and finds the shared egress-interface table, which must be there. A
-   /// second call starts with new tables; handles given out before keep the old ones alive.
+   /// Adds to `group` the mounts of what its tables publish of their hardware tables. A group that is mounted
+   /// before `initTables` is complete once that has initialised them.
+   static void doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group);
+
+   /// Makes the tables for the chip, publishes their hardware tables in the state database and finds the
+   /// shared egress-interface table, which must be there. A second call starts with new tables; handles given
+   /// out before keep the old ones alive.
    void initTables(ZandorCentral::ChipInfo const& chipInfo);
 
    /// The handle of the block with one member for each via, in the order of the set: an existing equal one,

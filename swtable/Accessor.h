@@ -21,13 +21,14 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    using Handle = ZandorL3Tunnel::TableEntryHandle<T>;
    using Waiting = ZandorL3Tunnel::WaitingEntry<T>;
    using HandlePtr = Nuv::Ptr<SwTableBase::EntryHandle const>;
+   using ResponseFunction = SwTableBase::ResponseFunction;
 
    static constexpr bool isBlock = ZandorL3Tunnel::BlockKey<Key>;
 
    explicit Accessor(T* table) : swTable_(table) {}
 
    HandlePtr entryRef(Key const& key, Entry const& entry) const;
-   HandlePtr entryCommit(Key const& key, Entry const& entry) const;
+   HandlePtr entryCommit(Key const& key, Entry const& entry, ResponseFunction handler) const;
    HandlePtr entryBlockRef(Key const& block) const;
    void entryRemove(Key const& key) const;
    void entryRemoveAll() const;
@@ -35,9 +36,19 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    std::optional<Entry> entry(Key const& key) const;
    std::optional<Entry> resolvedEntry(Key const& key) const;
 
-   void handleEntryState(Handle& eh) const { AccessorBase::handleEntryState(eh, eh.key()); }
-   void handleResolvedEntryState(Handle& eh) const { AccessorBase::handleResolvedEntryState(eh); }
+   void handleEntryState(Handle& eh) const {
+      MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::state, "entryState {} of {}", eh.entryState(),
+              eh.creationNumber());
+      AccessorBase::handleEntryState(eh, eh.responseHandler_, eh.key());
+   }
+   void handleResolvedEntryState(Handle& eh) const;
    void handleRowConfirmed(Handle& eh) const;
+   void handleRowRefused(Handle& eh) const;
+   void handleRowDeleted(Handle& eh) const;
+   void handleEntry(Key const& key) const;
+   void syncEntries() const;
+   void resolvedEntryDelAll() const;
+   void hwTableEntryDelAll() const;
    void doResolve(Handle& eh, Waiting& ue) const;
 
    void cleanup(Handle& eh) const;
@@ -46,6 +57,9 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
  private:
    Nuv::Ptr<Handle> entryHandleIs(Key const& key) const;
    void leave(Handle& eh) const;
+   void beginDeleteDance(Handle& eh) const;
+   void completeDeleteDance(Handle& eh) const;
+   void releaseHwIndex(Handle& eh) const;
    void write(Handle& eh, Entry const& entry) const;
    void writeWaiting(Handle& eh, Entry const& entry) const;
    void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;
@@ -58,9 +72,22 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void hwTableEntryIs(Handle& eh) const;
    void hwTableEntryDel(Handle& eh) const;
    void rowsAre(Handle& eh, Index base) const;
+   void rowsIssued(Handle& eh) const;
+   void doCompleteEntryHandleForTesting(Handle& eh, Index hwIndex) const;
+   bool isInHwTable(Handle const& eh, Index base) const;
+   bool awaitsAnswers() const { return swTable_->responseEnabled() && !completesForTesting(); }
    void checkBlockSize(Key const& block) const;
 
    static std::uint32_t rows(Handle const& eh);
+   static std::uint64_t traceNumber(Nuv::Ptr<Handle> const& eh) { return eh ? eh->creationNumber() : 0; }
+   // A key that is no number is told by its hash in the ring, where messages have no room for more.
+   static std::uint64_t traceKey(Key const& key) {
+      if constexpr (std::integral<Key>) {
+         return key;
+      } else {
+         return Nuv::hashOf(key, Nuv::hashSeed());
+      }
+   }
    template <class Visit>
    static void forEachNeeded(Handle const& eh, Waiting const& ue, Visit&& visit);
    static HwTable::Hold holdOf(Entry const& entry);

@@ -3,7 +3,9 @@
 #include "platform/asic/SwTable.h"
 #include "platform/nuv/Assert.h"
 #include "platform/nuv/Export.h"
+#include "platform/trace/Mirelog.h"
 #include "plugin/DefaultTraceHandle.h"
+#include "swtable/ResponseHandler.h"
 
 namespace ZandorL3Tunnel {
 
@@ -19,15 +21,22 @@ class ZANDOR_EXPORT AccessorBase {
    /// The entry is committed: the table holds the handle, once.
    static void committed(Handle& handle);
 
-   /// Gives the commit of `handle` back; without one, does nothing but say so. The caller holds the handle
-   /// once, which does not count as a user. `key` is for the trace.
-   static void removed(Handle* handle, Asic::SwTable const& table, Nuv::TextRef key);
+   /// Gives the commit of `handle` back, its response handler ends; without one, does nothing but say so. The
+   /// caller holds the handle once, which does not count as a user. `key` is for the trace.
+   static void removed(Handle* handle, ResponseHandler* handler, Asic::SwTable const& table,
+                       Nuv::TextRef key);
 
    /// The entry's own state changed.
-   static void handleEntryState(Handle const& handle, Nuv::TextRef key);
+   static void handleEntryState(Handle const& handle, ResponseHandler& handler, Nuv::TextRef key);
 
-   /// The row's state changed: it is the entry's, if the entry was waiting for it.
-   static void handleResolvedEntryState(Handle& handle);
+   /// The row's state changed: it is the entry's, if the entry was waiting for it. True when it was an
+   /// entry's deletion that is complete now.
+   static bool handleResolvedEntryState(Handle& handle);
+
+   /// Whether entries complete with the write of their row and hear no answers, for tests of agents that have
+   /// no chip: the environment variable PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE, read once, is a number other
+   /// than 0.
+   static bool completesForTesting();
 
    /// Says that a handle is about to leave its table, and refuses to take one that is still held by it.
    static void handleLeaves(Handle const& handle, bool isRegistered, Asic::SwTable const& table,

@@ -44,6 +44,9 @@ template <class T>
 void
 SwTable::Accessor<T>::resolvedEntryChanged(Handle& eh) const {
    Nuv::Ptr<T> table(swTable_);
+   if (!table->hasNotificationActive()) {
+      return;
+   }
    Key const key = eh.key();
    Nuv::AllSteps steps;
    steps([&] { handleEntry(eh); });
@@ -57,6 +60,7 @@ template <class T>
 void
 SwTable::Accessor<T>::handleEntry(Handle& eh) const {
    using namespace ZandorL3Tunnel;
+   MIRELOG(T::traceFacility(), TraceLevel::hardware, "handleEntry {}", eh.creationNumber());
    DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "handleEntry ", swTable_->tblName(),
           " : key: ", eh.key());
    if (!eh.isResolved()) {
@@ -75,30 +79,74 @@ SwTable::Accessor<T>::handleEntry(Handle& eh) const {
 
 template <class T>
 void
+SwTable::Accessor<T>::handleEntry(Key const& key) const {
+   auto eh = swTable_->handles().find(key);
+   if (eh && eh->isResolved()) {
+      handleEntry(*eh);
+   }
+}
+
+template <class T>
+bool
+SwTable::Accessor<T>::isInHwTable(Handle const& eh, Index base) const {
+   auto const& hardware = swTable_->util()->hwTable();
+   auto count = rows(eh);
+   return base != invalidIndex &&
+          (count == 0 || (hardware.contains(base) && hardware.contains(base + (count - 1))));
+}
+
+template <class T>
+void
 SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryIs ", swTable_->tblName(),
           " : key: ", eh.key());
-   Index base = swTable_->doAcquireHwIndex(eh.key());
-   if (!swTable_->util()) {
-      return;
-   }
-   auto const& hardware = swTable_->util()->hwTable();
-   auto count = rows(eh);
-   bool isInTable = count == 0 || (hardware.contains(base) && hardware.contains(base + (count - 1)));
-   if (base == invalidIndex || !isInTable) {
-      eh.resolvedEntryStateIs(failed());
-      return;
-   }
+   Index base = swTable_->doAcquireHwIndex(eh.key()).value_or(invalidIndex);
+   MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryIs {} at {}", eh.creationNumber(), base);
+   eh.isRowRefusedIs(false);
    WriteWatch watch(eh);
    Nuv::AllSteps steps;
-   rowsAre(eh, base);
-   steps([&] { eh.hwEntryIndexIs(base); });
-   if (isBlock && !watch.isOvertaken()) {
+   if (swTable_->util()) {
+      if (!isInHwTable(eh, base)) {
+         eh.resolvedEntryStateIs(failed());
+         return;
+      }
+      rowsAre(eh, base);
+      steps([&] { eh.hwEntryIndexIs(base); });
+      if (!watch.isOvertaken()) {
+         steps([&] { rowsIssued(eh); });
+      }
+   }
+   if (completesForTesting() && !watch.isOvertaken()) {
+      steps([&] { doCompleteEntryHandleForTesting(eh, base); });
+   }
+   steps.finish();
+}
+
+// What is reported with the write of the rows, and does not wait for the chip.
+template <class T>
+void
+SwTable::Accessor<T>::rowsIssued(Handle& eh) const {
+   bool isConfirmed = rows(eh) == 0 || !awaitsAnswers();
+   ZandorL3Tunnel::WriteWatch watch(eh);
+   Nuv::AllSteps steps;
+   if (isBlock || !swTable_->responseEnabled()) {
       steps([&] { eh.resolvedEntryStateIs(success()); });
    }
-   if (count == 0 && !watch.isOvertaken()) {
+   if (isConfirmed && !watch.isOvertaken()) {
       steps([&] { eh.hwIndexValidIs(true); });
+   }
+   steps.finish();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::doCompleteEntryHandleForTesting(Handle& eh, Index hwIndex) const {
+   ZandorL3Tunnel::WriteWatch watch(eh);
+   Nuv::AllSteps steps;
+   steps([&] { eh.hwEntryIndexIs(hwIndex); });
+   if (!watch.isOvertaken()) {
+      steps([&] { eh.resolvedEntryStateIs(hwIndex == invalidIndex ? failed() : success()); });
    }
    steps.finish();
 }
@@ -138,24 +186,63 @@ SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
    DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryDel ", swTable_->tblName(),
           " : key: ", eh.key());
    Index base = swTable_->heldHwIndex(eh.key());
-   if (base != invalidIndex) {
-      if (auto const& util = swTable_->util()) {
+   MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryDel {} at {}", eh.creationNumber(), base);
+   bool isAwaited = false;
+   auto const& util = swTable_->util();
+   if (util && base != invalidIndex) {
+      if (eh.entryType() == Handle::inDeletion()) {
+         isAwaited = util->hwTable().awaitedRowDel(base, eh, swTable_);
+      } else {
          for (std::uint32_t position = 0; position < rows(eh); ++position) {
             util->hwEntryDel(base + position, eh, swTable_);
          }
       }
-      // Who wrote the key anew while this one ended has its index now.
-      if (!swTable_->handles().has(eh.key())) {
-         swTable_->doReleaseHwIndex(eh.key());
-      }
    }
    eh.hwIndexValidIs(false);
+   if (eh.entryType() == Handle::inDeletion() && !isAwaited) {
+      eh.resolvedEntryStateIs(success());
+   }
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::resolvedEntryDelAll() const {
+   Nuv::AllSteps steps;
+   swTable_->handles().forEach([&](Handle& eh) {
+      ZandorL3Tunnel::WriteWatch watch(eh);
+      if (eh.isResolved()) {
+         steps([&] { eh.entryStateIs(unresolved()); });
+         if (!watch.isOvertaken()) {
+            steps([&] { resolvedEntryDel(eh); });
+         }
+      }
+   });
+   steps.finish();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::hwTableEntryDelAll() const {
+   Nuv::AllSteps steps;
+   swTable_->handles().forEach([&](Handle& eh) {
+      ZandorL3Tunnel::WriteWatch watch(eh);
+      if (eh.isResolved()) {
+         steps([&] { eh.entryStateIs(unresolved()); });
+         if (!watch.isOvertaken()) {
+            steps([&] { hwTableEntryDel(eh); });
+         }
+      }
+   });
+   steps.finish();
 }
 
 template <class T>
 void
 SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
    using ZandorL3Tunnel::WriteWatch;
+   if (!eh.isResolved() || !awaitsAnswers()) {
+      return;
+   }
    WriteWatch watch(eh);
    if constexpr (isBlock) {
       if (--eh.content_.unconfirmedRows == 0) {
@@ -164,10 +251,44 @@ SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
    } else {
       Nuv::AllSteps steps;
       steps([&] { eh.hwIndexValidIs(true); });
-      if (!watch.isOvertaken()) {
+      // After a refusal it is the predecessor's row that is confirmed here.
+      if (!watch.isOvertaken() && !eh.isRowRefused()) {
          steps([&] { eh.resolvedEntryStateIs(success()); });
       }
       steps.finish();
+   }
+}
+
+// Whoever is past waiting for this row hears nothing; that it was refused stays with the row.
+template <class T>
+void
+SwTable::Accessor<T>::handleRowRefused(Handle& eh) const {
+   if (!eh.isResolved() || !awaitsAnswers()) {
+      return;
+   }
+   eh.isRowRefusedIs(true);
+   if constexpr (isBlock) {
+      // A block succeeded with its write: it goes back before it fails.
+      ZandorL3Tunnel::WriteWatch watch(eh);
+      Nuv::AllSteps steps;
+      if (eh.entryState() == success()) {
+         eh.resolvedEntryStateIs(inProgress());
+         steps([&] { eh.entryStateIs(inProgress()); });
+      }
+      if (!watch.isOvertaken()) {
+         steps([&] { eh.resolvedEntryStateIs(failed()); });
+      }
+      steps.finish();
+   } else if (eh.entryState() == inProgress()) {
+      eh.resolvedEntryStateIs(failed());
+   }
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::handleRowDeleted(Handle& eh) const {
+   if (eh.entryType() == Handle::inDeletion() && !eh.isResolved()) {
+      eh.resolvedEntryStateIs(success());
    }
 }
 

@@ -13,9 +13,83 @@ void
 SwTable::Accessor<T>::cleanup(Handle& eh) const {
    // The handle may be the last that keeps the table alive.
    Nuv::Ptr<T> table(swTable_);
+   MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::resolve, "cleanup {}", eh.creationNumber());
    handleLeaves(eh, table->handles().hasHandle(eh), *table, eh.key());
+   if (!isBlock && eh.isResolved() && table->util() && awaitsAnswers() && table->hasNotificationActive()) {
+      beginDeleteDance(eh);
+      return;
+   }
    table->handles().del(eh);
    leave(eh);
+}
+
+// The table holds the handle again until the chip has cleared the row: who writes or references the key
+// meanwhile takes the handle back into use.
+template <class T>
+void
+SwTable::Accessor<T>::beginDeleteDance(Handle& eh) const {
+   using namespace ZandorL3Tunnel;
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+          " begin delete dance, key :", eh.key());
+   Nuv::Ptr<Handle> alive(&eh);
+   eh.referenceAdd();
+   eh.entryTypeIs(Handle::inDeletion());
+   eh.notifieeDelAll();
+   eh.responseHandler_.functionIs({});
+   eh.entryStateIs(inProgress());
+   eh.hwIndexValidIs(false);
+   eh.resolvedEntryStateIs(inProgress());
+   Nuv::AllSteps steps;
+   steps([&] { unresolvedEntryDel(eh); });
+   // The end of what was waited for may have led to another write of this key.
+   if (eh.entryType() == Handle::inDeletion()) {
+      steps([&] { resolvedEntryDel(eh); });
+   }
+   steps.finish();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::completeDeleteDance(Handle& eh) const {
+   using namespace ZandorL3Tunnel;
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+          " delete dance complete, key :", eh.key());
+   Nuv::Ptr<T> table(swTable_);
+   Nuv::Ptr<Handle> alive(&eh);
+   table->handles().del(eh);
+   Nuv::AllSteps steps;
+   steps([&] { leave(eh); });
+   steps([&] { eh.referenceDel(); });
+   steps.finish();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::handleResolvedEntryState(Handle& eh) const {
+   if (eh.resolvedEntryState() != inProgress()) {
+      eh.pendingEntryDelAll();
+   }
+   if (AccessorBase::handleResolvedEntryState(eh) && swTable_) {
+      completeDeleteDance(eh);
+   }
+}
+
+// Who wrote the key anew while this handle ended has its index now.
+template <class T>
+void
+SwTable::Accessor<T>::releaseHwIndex(Handle& eh) const {
+   auto base = swTable_->heldHwIndex(eh.key());
+   if (base == invalidIndex) {
+      return;
+   }
+   if (auto const& util = swTable_->util()) {
+      for (std::uint32_t position = 0; position < rows(eh); ++position) {
+         util->hwTable().ownerDel(base + position, eh);
+      }
+   }
+   if (!swTable_->handles().has(eh.key())) {
+      swTable_->doReleaseHwIndex(eh.key());
+   }
 }
 
 template <class T>
@@ -39,6 +113,7 @@ SwTable::Accessor<T>::leave(Handle& eh) const {
    steps([&] { eh.swTableDel(); });
    steps([&] { resolvedEntryDel(eh); });
    steps([&] { unresolvedEntryDel(eh); });
+   steps([&] { releaseHwIndex(eh); });
    steps.finish();
 }
 
@@ -58,6 +133,40 @@ TableEntryHandle<T>::handleRowConfirmed() {
    if (auto* owner = table()) {
       Accessor(owner).handleRowConfirmed(*this);
    }
+}
+
+template <class T>
+void
+TableEntryHandle<T>::handleRowRefused() {
+   if (auto* owner = table()) {
+      Accessor(owner).handleRowRefused(*this);
+   }
+}
+
+template <class T>
+void
+TableEntryHandle<T>::handleRowDeleted() {
+   if (auto* owner = table()) {
+      Accessor(owner).handleRowDeleted(*this);
+   }
+}
+
+template <class T>
+void
+TableEntryHandle<T>::pendingEntryEnq(Entry const& entry) {
+   if (!pendingEntries_) {
+      pendingEntries_ = std::make_unique<std::deque<Entry>>();
+   }
+   pendingEntries_->push_back(entry);
+}
+
+template <class T>
+typename TableEntryHandle<T>::Entry
+TableEntryHandle<T>::pendingEntryDeq() {
+   NUV_ASSERT(pendingEntries() != 0, Nuv::text("key: ", key_));
+   auto front = std::move(pendingEntries_->front());
+   pendingEntries_->pop_front();
+   return front;
 }
 
 template <class T>

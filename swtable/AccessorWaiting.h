@@ -23,7 +23,7 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
          unresolvedEntryDel(eh);
          // One write, the removal just made, is this one's own.
          if (watch.writesSince() == 1) {
-            eh.entryStateIs(eh.resolvedEntryState());
+            eh.entryStateIs(eh.isRowRefused() ? failed() : eh.resolvedEntryState());
          }
       }
       return;
@@ -119,6 +119,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
    using namespace ZandorL3Tunnel;
    ACCESSOR_ASSERT(ue.neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
                    "function should not have been called");
+   MIRELOG(T::traceFacility(), TraceLevel::resolve, "doResolve {}", eh.creationNumber());
    Nuv::Ptr<Handle> alive(&eh);
    Nuv::Ptr<Waiting> waiting(&ue);
    Nuv::AllSteps steps;

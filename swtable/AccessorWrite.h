@@ -22,6 +22,8 @@ SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry) const {
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
+   MIRELOG(T::traceFacility(), TraceLevel::write, "entryRef key {} handle {}", traceKey(key),
+           traceNumber(eh));
    if (eh) {
       referenced(*eh);
       write(*eh, entry);
@@ -31,15 +33,18 @@ SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry) const {
 
 template <class T>
 typename SwTable::Accessor<T>::HandlePtr
-SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry) const {
+SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry, ResponseFunction handler) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
+   MIRELOG(T::traceFacility(), TraceLevel::write, "entryCommit key {} handle {}", traceKey(key),
+           traceNumber(eh));
    if (!eh) {
       return nullptr;
    }
    committed(*eh);
+   eh->responseHandler_.functionIs(std::move(handler));
    Nuv::AllSteps steps;
    WriteWatch watch(*eh);
    if (!HasDependentFields<Entry> && !(eh->isResolved() && eh->content_.entry == entry)) {
@@ -80,6 +85,8 @@ SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
    using namespace ZandorL3Tunnel;
    checkBlockSize(block);
    auto eh = entryHandleIs(block);
+   MIRELOG(T::traceFacility(), TraceLevel::write, "entryBlockRef rows {} handle {}", block.size(),
+           traceNumber(eh));
    if (!eh) {
       return nullptr;
    }
@@ -100,13 +107,16 @@ template <class T>
 void
 SwTable::Accessor<T>::entryRemove(Key const& key) const {
    auto eh = swTable_->handles().find(key);
-   removed(eh.get(), *swTable_, key);
+   MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::write, "entryRemove key {} handle {}",
+           traceKey(key), traceNumber(eh));
+   removed(eh.get(), eh ? &eh->responseHandler_ : nullptr, *swTable_, key);
 }
 
 template <class T>
 void
 SwTable::Accessor<T>::entryRemoveAll() const {
-   swTable_->handles().forEach([this](Handle& eh) { removed(&eh, *swTable_, eh.key()); });
+   swTable_->handles().forEach(
+         [this](Handle& eh) { removed(&eh, &eh.responseHandler_, *swTable_, eh.key()); });
 }
 
 template <class T>
@@ -115,6 +125,17 @@ SwTable::Accessor<T>::entryWeakRef(Key const& key) const {
    auto eh = swTable_->handles().find(key);
    ACCESSOR_ASSERT(eh, "eh", Nuv::text("expect a valid entryHandle, key: ", key));
    return eh;
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::syncEntries() const {
+   swTable_->handles().forEach([](Handle const& eh) {
+      ACCESSOR_ASSERT(!eh.isResolved(),
+                      isBlock ? "!swTable_->resolvedEntryBlocks()" : "!swTable_->resolvedEntrys()", "");
+   });
+   ACCESSOR_ASSERT(swTable_->util(), "hwTable()", swTable_->tblName());
+   swTable_->util()->hwTable().recover();
 }
 
 template <class T>

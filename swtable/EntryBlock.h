@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/EntryBase.h"
+#include "platform/nuv/Assert.h"
 #include "platform/nuv/Exception.h"
 #include "platform/nuv/Export.h"
 
@@ -100,6 +101,11 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
 
    /// Has no text of its own.
    friend void appendText(Pelm::String& out, EntryBlock const&) { out.append("None"); }
+
+   /// A block holds references, which no text can give: stops the process.
+   friend void parseText(Nuv::TextRange&, EntryBlock&) {
+      NUV_ASSERT_AS("EntryBlock", false, "No String constructor for EntryBlock - has collection", "");
+   }
 
  private:
    struct Content final : Nuv::Object {

@@ -57,6 +57,11 @@ class ZANDOR_EXPORT HandleCollection {
 
    std::size_t size() const { return handles_.size(); }
 
+   /// A cursor over the handles that stays good whatever happens to the collection: at the first one, or at
+   /// that of `key` (at the end when there is none).
+   auto iterator() const { return handles_.iterator(); }
+   auto iterator(KeyType const& key) const { return handles_.iterator(key); }
+
    bool has(KeyType const& key) const { return handles_.has(key); }
 
    /// Whether that very object stands at its key.

@@ -2,7 +2,6 @@
 
 #include "platform/asic/AnySizedBlockAllocator.h"
 #include "platform/asic/FirstFreeIndexAllocator.h"
-#include "platform/asic/GenericIndexAllocatorStub.h"
 #include "platform/nuv/Export.h"
 #include "swtable/AccessorBase.h"
 
@@ -19,6 +18,21 @@ template <class A>
 using OwnAllocator = AllocatorSource<A, false>;
 template <class A>
 using SharedAllocator = AllocatorSource<A, true>;
+
+/// How a table and its allocator come together and part, whatever the allocator's type.
+class ZANDOR_EXPORT AllocatorUse {
+ public:
+   using Make = Nuv::Ptr<Asic::GenericIndexAllocator> (*)(Pelm::String const& name);
+
+   /// An allocator for `table`, which must not be null, as large as its hardware table: the chip's of that
+   /// type, which is never made smaller for it, or, with `makeOwn`, one of the table's own.
+   static Nuv::Ptr<Asic::GenericIndexAllocator> initAllocator(Nuv::FwkType allocatorType,
+                                                              Asic::SwTable const* table, Make makeOwn);
+
+   /// The table parts with its allocator, and whatever it still holds there is given back.
+   static void freeAllocator(Asic::GenericIndexAllocator& allocator, Nuv::FwkType allocatorType,
+                             Asic::SwTable const& table);
+};
 
 /// The indices of a table whose keys are indices.
 template <class Source, class Key>
@@ -38,15 +52,21 @@ class ZANDOR_EXPORT IndexSource<AllocatorSource<A, isShared>, Key> {
    using Allocator = A;
 
    Nuv::Ptr<Allocator> const& allocator() const { return allocator_; }
+   void allocatorIs(Nuv::Ptr<Allocator> const& allocator) { allocator_ = allocator; }
 
-   /// Makes or finds the allocator, as large as the hardware table is.
+   /// Makes or finds the allocator, which is ready for use then.
    void init(Asic::SwTable const& table);
 
-   /// Lets the allocator go, and gives the table's share back.
+   /// Lets the allocator go, and gives back what the table holds there.
    void del(Asic::SwTable const& table);
 
    /// The index, or the run, that the key holds or can have from now on, for `table`.
    Asic::Index acquire(Asic::SwTable const& table, Key const& key);
+
+   /// Gives the key that very index; false, with nothing changed, when it cannot have it.
+   bool request(Asic::SwTable const& table, Key const& key, Asic::Index index) {
+      return allocator_ && allocator_->requestIndexForKey(index, Nuv::nuvType<Key>(), &key, &table);
+   }
 
    /// What the key holds; the invalid index when it holds nothing.
    Asic::Index held(Key const& key) const {
@@ -56,43 +76,35 @@ class ZANDOR_EXPORT IndexSource<AllocatorSource<A, isShared>, Key> {
    /// `table` uses the key's index no longer. Another table that shares the allocator may still do.
    void release(Asic::SwTable const& table, Key const& key) {
       if (allocator_) {
-         allocator_->releaseIndexForKey(Nuv::nuvType<Key>(), &key, &table);
+         allocator_->releaseIndexFromTable(Nuv::nuvType<Key>(), &key, &table);
       }
    }
 
  private:
+   static Nuv::Ptr<Asic::GenericIndexAllocator> makeOwn(Pelm::String const& name) {
+      return Nuv::make<Allocator>(name);
+   }
+   static Nuv::FwkType allocatorType();
+
    Nuv::Ptr<Allocator> allocator_;
 };
 
 template <class A, bool isShared, class Key>
 void
 IndexSource<AllocatorSource<A, isShared>, Key>::init(Asic::SwTable const& table) {
-   if constexpr (isShared) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
-      allocator_ = Asic::GenericIndexAllocatorStub::createSharedAllocator<Allocator>(table);
-   } else {
-      allocator_ = Nuv::make<Allocator>(table.tblName());
-   }
+   auto made = AllocatorUse::initAllocator(allocatorType(), &table, isShared ? nullptr : &makeOwn);
+   allocatorIs(Nuv::dynamicCast<Allocator>(made));
    ACCESSOR_ASSERT(allocator_, "shalloc", table.tblName());
-   // A table without hardware has no bounds of its own to give the allocator.
-   if (Asic::Index rows = table.numEntries(); rows != Asic::invalidIndex && rows > allocator_->numEntries()) {
-      allocator_->numEntriesIs(rows);
-   }
    allocator_->initializedIs(true);
 }
 
 template <class A, bool isShared, class Key>
 void
 IndexSource<AllocatorSource<A, isShared>, Key>::del(Asic::SwTable const& table) {
-   if (!allocator_) {
-      return;
+   if (auto allocator = allocator_) {
+      AllocatorUse::freeAllocator(*allocator, allocatorType(), table);
+      allocatorIs(nullptr);
    }
-   if constexpr (isShared) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
-             "Trying to delete shared allocator for table:", table.tblName());
-      Asic::GenericIndexAllocatorStub::freeSharedAllocator<Allocator>(table);
-   }
-   allocator_ = nullptr;
 }
 
 template <class A, bool isShared, class Key>
@@ -103,9 +115,19 @@ IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Asic::SwTable const& tab
    }
    auto const& type = Nuv::nuvType<Key>();
    if constexpr (std::derived_from<Allocator, Asic::AnySizedBlockAllocator>) {
-      return allocator_->newIndexForBlock(type, &key, key.size(), &table);
+      return allocator_->newIndexForBlock(type, &key, &table);
    } else {
       return allocator_->newIndexForKey(type, &key, &table);
+   }
+}
+
+template <class A, bool isShared, class Key>
+Nuv::FwkType
+IndexSource<AllocatorSource<A, isShared>, Key>::allocatorType() {
+   if constexpr (isShared) {
+      return A::staticFwkType();
+   } else {
+      return {};
    }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/Export.h"
+#include "swtable/EntryIterator.h"
 #include "swtable/TableCore.h"
 
 namespace ZandorL3Tunnel {
@@ -17,6 +18,8 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
    using typename Core::Entry;
    using typename Core::HandlePtr;
    using Index = typename SheetType::Index;
+   using ResponseFunction = Asic::SwTableBase::ResponseFunction;
+   using EntryIterator = EntryIteratorConst<KeyedTable>;
 
    /// Writes the entry; it lives as long as somebody holds a handle of it, or as its commit stands. An entry
    /// that needs entries of other tables waits for them; its old row stays until then. Observers and other
@@ -25,7 +28,29 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
 
    /// Writes the entry to stay until `entryRemove`. A new value passes through `unresolved`.
    HandlePtr entryCommit(Index const& key, Entry const& entry) {
-      return this->accessor().entryCommit(key, entry);
+      return this->accessor().entryCommit(key, entry, {});
+   }
+
+   /// The same, and `handler` hears each progress and each failure of the entry, up to its first success. It
+   /// replaces an earlier handler, also when it is empty; an equal entry that is in progress or failed
+   /// already is reported when its state changes next. The handler may do anything, writing and removing this
+   /// entry included; what it throws leaves through whoever changed the state.
+   HandlePtr entryCommitWithResponseHandler(Index const& key, Entry const& entry, ResponseFunction handler) {
+      return this->accessor().entryCommit(key, entry, std::move(handler));
+   }
+
+   /// A commit with `needsExplicitRemove`, else a reference.
+   HandlePtr entryWrite(Index const& key, Entry const& entry, Asic::AutoRemoveType autoRemoveType) {
+      return entryWriteWithResponseHandler(key, entry, {}, autoRemoveType);
+   }
+
+   /// The same with a response handler, which only a commit takes.
+   HandlePtr
+   entryWriteWithResponseHandler(Index const& key, Entry const& entry, ResponseFunction handler,
+                                 Asic::AutoRemoveType autoRemoveType = Asic::needsExplicitRemove()) {
+      return autoRemoveType == Asic::needsExplicitRemove()
+                   ? entryCommitWithResponseHandler(key, entry, std::move(handler))
+                   : entryRef(key, entry);
    }
 
    /// Gives the commit at `key` back: the entry goes with its last holder. Without a commit it does nothing.
@@ -42,6 +67,27 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
 
    /// The value that is to be in hardware at `key`, if any.
    std::optional<Entry> resolvedEntry(Index const& key) const { return this->accessor().resolvedEntry(key); }
+
+   /// Takes every resolved value back: its row is cleared, and its entry is `unresolved` until it is written
+   /// again.
+   void resolvedEntryDelAll() { this->accessor().resolvedEntryDelAll(); }
+
+   /// Clears the row of every entry. The values stay: `handleEntry` programs one again.
+   void hwTableEntryDelAll() { this->accessor().hwTableEntryDelAll(); }
+
+   /// Lets every handle go, as taking the table down does: rows are cleared, and handles that users hold are
+   /// inert.
+   void entryHandleDelAll() { this->accessor().cleanup(); }
+
+   /// Iterators over the entries, from the first one, and from that of `key` (at the end without one).
+   EntryIterator entryIteratorConst() const { return EntryIterator(*this, this->handles().iterator()); }
+   EntryIterator entryIteratorConst(Index const& key) const {
+      return EntryIterator(*this, this->handles().iterator(key));
+   }
+
+   /// Programs the entry at `key` once more, as if it had changed; without a resolved entry it does nothing.
+   /// Equal rows cost nothing.
+   void handleEntry(Index const& key) { this->accessor().handleEntry(key); }
 
  protected:
    using Core::Core;

@@ -52,8 +52,53 @@ class ZANDOR_EXPORT TableCore : public Base {
    }
    Nuv::FwkType fwkType() const override { return T::staticFwkType(); }
 
-   /// Whether the chip's answers are awaited.
+   /// The table's source of messages in the ring trace.
+   static Trace::Facility const& traceFacility() {
+      static Trace::Facility const facility(facilityName());
+      return facility;
+   }
+
+   /// Whether the chip's answers are awaited, unless the table's `responseEnabled` says otherwise.
    static constexpr bool responseNeeded() { return true; }
+
+   /// Whether the key is a type of its own, rather than a hardware index.
+   static constexpr bool isExternalKeyType() { return !std::same_as<typename Sheet::Source, KeyIsIndex>; }
+   /// Whether the table's entries are written by a merged table only.
+   static constexpr bool isOwnedByMergeTable() {
+      return requires {
+         Sheet::isOwnedByMergeTable();
+      };
+   }
+   /// Whether rows that outlived their table are known again after `syncEntries`, and purged when nobody
+   /// writes them: so where the key says which row it is.
+   static constexpr bool supportsStaleEntryPurge() { return !isExternalKeyType(); }
+   /// Number of fields of an entry that follow from handles.
+   static constexpr unsigned numDependentFields() {
+      if constexpr (Asic::HasDependentFields<Entry>) {
+         return std::tuple_size_v<decltype(Entry::dependentFields())>;
+      } else {
+         return 0;
+      }
+   }
+   /// Whether users say how many rows an entry takes, rather than its type.
+   static constexpr bool getBlockSizeDefinedByUser() { return BlockKey<Key>; }
+
+   /// Takes the rows that the chip has, from an earlier run, into account: writing an equal one again costs
+   /// nothing then, and `Asic::HwTable::purge` clears those that nobody wrote again. To be called before the
+   /// first entry is written, with a hardware table.
+   void syncEntries() { accessor().syncEntries(); }
+
+   /// Adds to `group` the mount of what is published of this type's hardware tables.
+   static void doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group) {
+      Util::doMountHwTableMountInfo(group, typeName());
+   }
+
+   /// Adds the hardware table that this type uses on `unit` to those that `group` recovers, if there is one.
+   static void doRecoverHwTable(Nuv::Ptr<Asic::HwTableRecoverGroup> const& group, Asic::UnitId unit,
+                                Nuv::Ptr<Kallo::EntityManager> const& entityManager,
+                                Asic::ChipInfo const& chipInfo) {
+      Util::doRecoverHwTable(group, unit, entityManager, chipInfo, Sheet::hwTableName());
+   }
 
    Nuv::Ptr<Util> const& util() const { return util_; }
 
@@ -78,12 +123,15 @@ class ZANDOR_EXPORT TableCore : public Base {
    /// Whether the table was taken down. It takes no entries any more.
    bool isTakenDown() const { return isTakenDown_; }
 
-   Asic::Index doAcquireHwIndex(Key const& key) { return source_.acquire(*this, key); }
+   /// The index that the key holds or can have from now on; the invalid index when none is free.
+   std::optional<Asic::Index> doAcquireHwIndex(Key const& key) { return source_.acquire(*this, key); }
    Asic::Index heldHwIndex(Key const& key) const { return source_.held(key); }
    void doReleaseHwIndex(Key const& key) { source_.release(*this, key); }
 
    /// The allocator of a table that has one; null before `doInit` and after `cleanup`.
    auto const& indexAllocator() const { return source_.allocator(); }
+   /// Another allocator instead; indices that are held stay with the one before.
+   void indexAllocatorIs(auto const& allocator) { source_.allocatorIs(allocator); }
 
  protected:
    explicit TableCore(Pelm::String name) : Base(std::move(name)) {}
@@ -92,14 +140,23 @@ class ZANDOR_EXPORT TableCore : public Base {
    Accessor accessor() const { return Accessor(self()); }
 
    void doInitComplete() override;
+   void doInitAllocator() { source_.init(*this); }
    Nuv::Ptr<Asic::SwTableBase::EntryHandle const> handleAt(std::uintptr_t address) const override {
       return handles_.at(address);
    }
    Pelm::String hwTableName() const override { return Sheet::hwTableName(); }
+   Pelm::String tableType() const override { return typeName(); }
    void utilIs(Nuv::Ptr<Asic::HwTable> const& table) override;
    Asic::HwTable* hwTable() const override { return util_ ? &util_->hwTable() : nullptr; }
 
  private:
+   // The type's name without what parts it.
+   static Pelm::String facilityName() {
+      auto name = typeName();
+      std::erase(name, ':');
+      return name;
+   }
+
    Handles handles_;
    Nuv::NotifieeList<ResolvedEntryNotifiee<Key>> resolvedEntryNotifiees_;
    Nuv::Ptr<Util> util_;
@@ -113,7 +170,7 @@ TableCore<T, SheetType, KeyType, Base>::doInitComplete() {
    if (responseNeeded()) {
       this->writeResponseSmIs(self());
    }
-   source_.init(*this);
+   doInitAllocator();
 }
 
 template <class T, class SheetType, class KeyType, class Base>

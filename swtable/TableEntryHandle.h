@@ -3,6 +3,10 @@
 #include "platform/asic/UnresolvedEntry.h"
 #include "platform/nuv/Export.h"
 #include "swtable/EntryBlock.h"
+#include "swtable/ResponseHandler.h"
+
+#include <deque>
+#include <memory>
 
 namespace ZandorL3Tunnel {
 
@@ -32,6 +36,7 @@ template <class T>
 class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
  public:
    using Key = typename T::Key;
+   using Entry = typename T::Entry;
    using Accessor = Asic::SwTable::Accessor<T>;
 
    static constexpr char const* typeName() { return T::Sheet::typeName(); }
@@ -45,7 +50,19 @@ class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
    /// The value that waits for needed entries, or null.
    Nuv::Ptr<WaitingEntry<T>> const& unresolvedEntry() const { return unresolvedEntry_; }
 
+   /// A queue of values that come after the one that is in progress; it is emptied when that one is done. The
+   /// front must be there to be read or dequeued.
+   void pendingEntryEnq(Entry const& entry);
+   Entry pendingEntryDeq();
+   Entry const& pendingEntryFront() const { return pendingEntries_->front(); }
+   Entry const& pendingEntryBack() const { return pendingEntries_->back(); }
+   void pendingEntryDel() { pendingEntryDeq(); }
+   void pendingEntryDelAll() { pendingEntries_ = nullptr; }
+   std::size_t pendingEntries() const { return pendingEntries_ ? pendingEntries_->size() : 0; }
+
    void handleRowConfirmed() override;
+   void handleRowRefused() override;
+   void handleRowDeleted() override;
 
  protected:
    void cleanup() override;
@@ -58,6 +75,8 @@ class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
    Key key_;
    [[no_unique_address]] RowContent<T, Key> content_;
    Nuv::Ptr<WaitingEntry<T>> unresolvedEntry_;
+   ResponseHandler responseHandler_;
+   std::unique_ptr<std::deque<Entry>> pendingEntries_;
 };
 
 /// What a waiting value holds beside its handle: a keyed table's entry. A block is its own key.

@@ -16,11 +16,16 @@ struct ZANDOR_EXPORT EgrL3NextHop2Sheet {
    using Index = std::uint32_t;
    using Source = KeyIsIndex;
 
+   static constexpr bool isOwnedByMergeTable() { return true; }
+
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       Asic::NeededHandle l3Oif2Handle;
       U13 l3Oif2; ///< follows from the handle
       Fendo::EthAddr dstMacAddress;
       std::uint8_t strengthProfileIndex{};
+
+      /// Whether the entry differs from an empty one.
+      explicit operator bool() const { return !(*this == Entry()); }
 
       static constexpr auto fieldList() {
          return Nuv::fieldList(
@@ -39,6 +44,11 @@ class ZANDOR_EXPORT EgrL3NextHop2 final
     : public KeyedTable<EgrL3NextHop2, EgrL3NextHop2Sheet, Asic::SwKnownIndexTable> {
  public:
    explicit EgrL3NextHop2(Pelm::String name) : KeyedTable(std::move(name)) {}
+
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<EgrL3NextHop2> EgrL3NextHop2Is(Pelm::String const& name) {
+      return Nuv::make<EgrL3NextHop2>(name);
+   }
 
    static Nuv::FwkType staticFwkType();
 };

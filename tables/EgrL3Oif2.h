@@ -33,6 +33,9 @@ class ZANDOR_EXPORT EgrL3Oif2 final : public KeyedTable<EgrL3Oif2, EgrL3Oif2Shee
  public:
    explicit EgrL3Oif2(Pelm::String name) : KeyedTable(std::move(name)) {}
 
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<EgrL3Oif2> EgrL3Oif2Is(Pelm::String const& name) { return Nuv::make<EgrL3Oif2>(name); }
+
    static Nuv::FwkType staticFwkType();
 };
 

@@ -14,6 +14,8 @@ struct ZANDOR_EXPORT IngL3NextHop2TableSheet {
    using Index = std::uint32_t;
    using Source = KeyIsIndex;
 
+   static constexpr bool isOwnedByMergeTable() { return true; }
+
    struct Entry : Asic::EntryBase, Nuv::Record<Entry> {
       std::uint16_t destinationId{};
       std::uint8_t destinationType{}; ///< a `DestinationType`
@@ -32,6 +34,11 @@ class ZANDOR_EXPORT IngL3NextHop2Table final
     : public KeyedTable<IngL3NextHop2Table, IngL3NextHop2TableSheet, Asic::SwKnownIndexTable> {
  public:
    explicit IngL3NextHop2Table(Pelm::String name) : KeyedTable(std::move(name)) {}
+
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<IngL3NextHop2Table> IngL3NextHop2TableIs(Pelm::String const& name) {
+      return Nuv::make<IngL3NextHop2Table>(name);
+   }
 
    static Nuv::FwkType staticFwkType();
 };

@@ -40,6 +40,11 @@ class ZANDOR_EXPORT L3EcmpGroup0Table final
  public:
    explicit L3EcmpGroup0Table(Pelm::String name) : KeyedTable(std::move(name)) {}
 
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<L3EcmpGroup0Table> L3EcmpGroup0TableIs(Pelm::String const& name) {
+      return Nuv::make<L3EcmpGroup0Table>(name);
+   }
+
    static Nuv::FwkType staticFwkType();
 };
 

@@ -1,6 +1,7 @@
 #include "tables/L3NextHop2Table.h"
 
 #include "platform/nuv/AllSteps.h"
+#include "platform/nuv/Assert.h"
 #include "swtable/AccessorBase.h"
 
 #include <algorithm>
@@ -40,8 +41,44 @@ l3NextHop2TableFactory() {
 
 void
 L3NextHop2Table::doEnclosingInit() {
-   ingL3NextHop2Table_ = ingL3NextHop2TableFactory(IngL3NextHop2Table::typeName());
-   egrL3NextHop2_ = egrL3NextHop2Factory(EgrL3NextHop2::typeName());
+   ingL3NextHop2TableIs();
+   egrL3NextHop2Is();
+}
+
+void
+L3NextHop2Table::ingL3NextHop2TableIs(Nuv::Ptr<IngL3NextHop2Table> table) {
+   std::swap(ingL3NextHop2Table_, table);
+   notifieeList_.announce([](Notifiee& notifiee) { notifiee.handleIngL3NextHop2Table(); });
+}
+
+void
+L3NextHop2Table::egrL3NextHop2Is(Nuv::Ptr<EgrL3NextHop2> table) {
+   std::swap(egrL3NextHop2_, table);
+   notifieeList_.announce([](Notifiee& notifiee) { notifiee.handleEgrL3NextHop2(); });
+}
+
+Nuv::Ptr<IngL3NextHop2Table>
+L3NextHop2Table::ingL3NextHop2TableIs() {
+   auto table = ingL3NextHop2TableFactory(IngL3NextHop2Table::typeName());
+   ingL3NextHop2TableIs(table);
+   return table;
+}
+
+Nuv::Ptr<EgrL3NextHop2>
+L3NextHop2Table::egrL3NextHop2Is() {
+   auto table = egrL3NextHop2Factory(EgrL3NextHop2::typeName());
+   egrL3NextHop2Is(table);
+   return table;
+}
+
+void
+L3NextHop2Table::ingL3NextHop2TableDel() {
+   ingL3NextHop2TableIs(nullptr);
+}
+
+void
+L3NextHop2Table::egrL3NextHop2Del() {
+   egrL3NextHop2Is(nullptr);
 }
 
 void
@@ -56,7 +93,34 @@ void
 L3NextHop2Table::doInitComplete() {
    source_.init(*this);
    doReserveIndicesAtTableInit();
-   indexDeallocatorSm_ = std::make_unique<IndexDeallocatorSm>(*this);
+   indexDeallocatorSm_ = Nuv::make<IndexDeallocatorSm>(*this);
+}
+
+void
+L3NextHop2Table::doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group) {
+   IngL3NextHop2Table::doMountHwTableMountInfo(group);
+   EgrL3NextHop2::doMountHwTableMountInfo(group);
+}
+
+void
+L3NextHop2Table::doRecoverHwTable(Nuv::Ptr<Asic::HwTableRecoverGroup> const& group, Asic::UnitId unit,
+                                  Nuv::Ptr<Kallo::EntityManager> const& entityManager,
+                                  Asic::ChipInfo const& chipInfo) {
+   IngL3NextHop2Table::doRecoverHwTable(group, unit, entityManager, chipInfo);
+   EgrL3NextHop2::doRecoverHwTable(group, unit, entityManager, chipInfo);
+}
+
+void
+L3NextHop2Table::doPublishHwTableMountInfo() {
+   if (!ingL3NextHop2Table_) {
+      return;
+   }
+   // Who hears of the first may let go of this table.
+   Nuv::Ptr<L3NextHop2Table> alive(this);
+   Nuv::AllSteps steps;
+   steps([this] { ingL3NextHop2Table_->doPublishHwTableMountInfo(); });
+   steps([this] { egrL3NextHop2_->doPublishHwTableMountInfo(); });
+   steps.finish();
 }
 
 Asic::Index
@@ -64,25 +128,52 @@ L3NextHop2Table::numEntries() const {
    return std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries());
 }
 
-bool
-L3NextHop2Table::entryHas(Key const& key) const {
-   return handles_.find(key) != nullptr;
+Nuv::Ptr<L3NextHop2Table::EntryHandle>
+L3NextHop2Table::handleAtKey(Key const& key) const {
+   auto const* mapped = mapped_.find(key);
+   return mapped ? *mapped : handles_.find(key);
 }
 
 Nuv::Ptr<L3NextHop2Table::EntryHandle const>
 L3NextHop2Table::entryHandle(Key const& key) const {
-   return handles_.find(key);
+   return handleAtKey(key);
+}
+
+L3NextHop2Table::HandlePtr
+L3NextHop2Table::mappedEntryHandle(Key const& key) const {
+   auto const* mapped = mapped_.find(key);
+   return mapped ? HandlePtr(*mapped) : HandlePtr();
+}
+
+L3NextHop2Table::MergedEntry
+L3NextHop2Table::mergedEntry(Key const& key) const {
+   auto handle = handleAtKey(key);
+   return handle ? handle->mergedEntry() : MergedEntry();
+}
+
+Nuv::Ptr<L3NextHop2Table::UnresolvedMergedEntry>
+L3NextHop2Table::unresolvedMergedEntry(Key const& key) const {
+   auto handle = handleAtKey(key);
+   return handle ? handle->unresolvedMergedEntry() : nullptr;
+}
+
+Asic::Index
+L3NextHop2Table::hwIndexOnlyForCrossAgentCommunication(Key const& key) const {
+   auto handle = handleAtKey(key);
+   return handle ? handle->hwEntryIndex() : Asic::invalidIndex;
 }
 
 std::optional<IngL3NextHop2Table::Entry>
 L3NextHop2Table::ingL3NextHop2TableEntry(Key const& key) const {
-   auto index = source_.held(key);
+   auto handle = handleAtKey(key);
+   auto index = source_.held(handle ? handle->key() : key);
    return index == Asic::invalidIndex ? std::nullopt : ingL3NextHop2Table_->entry(index);
 }
 
 std::optional<EgrL3NextHop2::Entry>
 L3NextHop2Table::egrL3NextHop2Entry(Key const& key) const {
-   auto index = source_.held(key);
+   auto handle = handleAtKey(key);
+   auto index = source_.held(handle ? handle->key() : key);
    return index == Asic::invalidIndex ? std::nullopt : egrL3NextHop2_->entry(index);
 }
 
@@ -98,12 +189,24 @@ L3NextHop2Table::writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveTy
 }
 
 L3NextHop2Table::HandlePtr
-L3NextHop2Table::entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
-                            EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType) {
+L3NextHop2Table::entryWriteAtIndex(Asic::Index index, Key const& key,
+                                   IngL3NextHop2Table::Entry const& ingEntry,
+                                   EgrL3NextHop2::Entry const& egrEntry) {
+   if (!isTakenDown_) {
+      source_.request(*this, key, index);
+   }
+   return entryCommit(key, ingEntry, egrEntry);
+}
+
+L3NextHop2Table::HandlePtr
+L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                                               EgrL3NextHop2::Entry const& egrEntry, ResponseFunction handler,
+                                               Asic::AutoRemoveType autoRemoveType) {
    if (isTakenDown_) {
       return nullptr;
    }
    auto handle = writtenHandle(key, autoRemoveType);
+   handle->responseHandler_.functionIs(std::move(handler));
    auto index = source_.acquire(*this, key);
    if (index == Asic::invalidIndex) {
       handle->entryStateIs(failed());
@@ -169,15 +272,57 @@ L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const&
    steps.finish();
 }
 
+L3NextHop2Table::HandlePtr
+L3NextHop2Table::entryMapToKey(Key const& newKey, Key const& existingKey,
+                               Asic::AutoRemoveType autoRemoveType) {
+   NUV_ASSERT_AS("L3NextHop2Table", !(existingKey == newKey), "existingKey != newKey",
+                 "new and existing key can't be same");
+   NUV_ASSERT_AS("L3NextHop2Table", autoRemoveType == Asic::needsExplicitRemove(),
+                 "autoRemoveType == Asic::needsExplicitRemove()",
+                 " Only explicit remove supported with entryMapToKey");
+   auto eh = handleAtKey(existingKey);
+   NUV_ASSERT_AS("L3NextHop2Table", eh, "eh", "Expected to see an entryhandle at existingKey");
+   ++eh->mappings_;
+   eh->isMappedIs(true);
+   Nuv::Ptr<EntryHandle> before;
+   if (auto* found = mapped_.find(newKey)) {
+      before = *found;
+   }
+   mapped_.valueIs(newKey, eh);
+   if (before) {
+      mappingDel(std::move(before));
+   }
+   return eh;
+}
+
+// The mapping's reference goes last.
+void
+L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> handle) {
+   if (--handle->mappings_ == 0) {
+      handle->isMappedIs(false);
+   }
+}
+
 void
 L3NextHop2Table::entryRemove(Key const& key) {
+   if (auto* found = mapped_.find(key)) {
+      auto mapped = std::move(*found);
+      mapped_.erase(key);
+      mappingDel(std::move(mapped));
+      return;
+   }
    auto handle = handles_.find(key);
-   AccessorBase::removed(handle.get(), *this, key);
+   AccessorBase::removed(handle.get(), handle ? &handle->responseHandler_ : nullptr, *this, key);
 }
 
 void
 L3NextHop2Table::entryRemoveAll() {
-   handles_.forEach([this](EntryHandle& handle) { AccessorBase::removed(&handle, *this, handle.key()); });
+   for (auto at = mapped_.iterator(); at; ++at) {
+      entryRemove(Key(at->key()));
+   }
+   handles_.forEach([this](EntryHandle& handle) {
+      AccessorBase::removed(&handle, &handle.responseHandler_, *this, handle.key());
+   });
 }
 
 void
@@ -209,6 +354,7 @@ L3NextHop2Table::cleanup() {
    }
    isTakenDown_ = true;
    Nuv::AllSteps steps;
+   auto mapped = std::exchange(mapped_, {});
    for (auto const& handle : handles_.takeAll()) {
       bool isHeldByTable = handle->entryType() != EntryHandle::referenceOnly();
       steps([&] { leave(*handle); });

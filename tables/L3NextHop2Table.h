@@ -2,8 +2,10 @@
 
 #include "platform/asic/SwMergedTable.h"
 #include "platform/nuv/Export.h"
+#include "platform/nuv/HashMap.h"
 #include "swtable/HandleCollection.h"
 #include "swtable/IndexSource.h"
+#include "swtable/ResponseHandler.h"
 #include "tables/EgrL3NextHop2.h"
 #include "tables/IngL3NextHop2Table.h"
 #include "tables/L3NextHop2SharedAllocator.h"
@@ -25,6 +27,15 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    using Key = L3UnderlayNextHopKey;
    using HandlePtr = Nuv::Ptr<Asic::SwTableBase::EntryHandle const>;
    using Handles = HandleCollection<EntryHandle, Key>;
+   using ResponseFunction = Asic::SwTableBase::ResponseFunction;
+
+   /// Observer of the table's attributes.
+   class Notifiee : public Nuv::Notifiee {
+    public:
+      /// A member table came, or goes.
+      virtual void handleIngL3NextHop2Table() {}
+      virtual void handleEgrL3NextHop2() {}
+   };
 
    L3NextHop2Table();
    ~L3NextHop2Table() override;
@@ -42,27 +53,87 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    /// is. Without a free index the handle is `failed` and nothing is written. With `needsExplicitRemove` the
    /// entry stays until `entryRemove`, else as long as somebody holds the handle. Null once the table was
    /// taken down.
+   /// `handler` replaces the handle's response handler, also when it is empty, and hears each progress and
+   /// each failure, up to the first success; of a pair that is in place already it hears the next change.
+   HandlePtr entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                                           EgrL3NextHop2::Entry const& egrEntry, ResponseFunction handler,
+                                           Asic::AutoRemoveType autoRemoveType);
    HandlePtr entryWrite(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
-                        EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType);
+                        EgrL3NextHop2::Entry const& egrEntry, Asic::AutoRemoveType autoRemoveType) {
+      return entryWriteWithResponseHandler(key, ingEntry, egrEntry, {}, autoRemoveType);
+   }
+   HandlePtr entryCommitWithResponseHandler(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                                            EgrL3NextHop2::Entry const& egrEntry, ResponseFunction handler) {
+      return entryWriteWithResponseHandler(key, ingEntry, egrEntry, std::move(handler),
+                                           Asic::needsExplicitRemove());
+   }
+   HandlePtr entryCommit(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                         EgrL3NextHop2::Entry const& egrEntry) {
+      return entryWrite(key, ingEntry, egrEntry, Asic::needsExplicitRemove());
+   }
+   HandlePtr entryRef(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                      EgrL3NextHop2::Entry const& egrEntry) {
+      return entryWrite(key, ingEntry, egrEntry, Asic::AutoRemoveType::automatic);
+   }
 
-   /// Gives the commit at `key` back: the entry goes with its last holder. Without a commit it does nothing.
+   /// A commit at that very index. When the key cannot have it, the allocator chooses: the handle tells which
+   /// index it is.
+   HandlePtr entryWriteAtIndex(Asic::Index index, Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
+                               EgrL3NextHop2::Entry const& egrEntry);
+
+   /// From now on `newKey` stands for the entry at `existingKey`, which must be there, and holds it as a
+   /// commit does, until `entryRemove(newKey)`. It takes no index and writes nothing. The keys must differ,
+   /// and the type must be `needsExplicitRemove`. An earlier mapping of `newKey` is replaced.
+   HandlePtr entryMapToKey(Key const& newKey, Key const& existingKey, Asic::AutoRemoveType autoRemoveType);
+
+   /// Gives the commit at `key` back: the entry goes with its last holder. A key that stands for another's
+   /// entry stands for it no longer, and nothing else. Without either it does nothing.
    void entryRemove(Key const& key);
 
-   /// Gives every commit back.
+   /// Gives every commit and every mapping back.
    void entryRemoveAll();
 
-   bool entryHas(Key const& key) const;
+   /// Whether the key has an entry or stands for another key's.
+   bool entryHas(Key const& key) const { return entryHandle(key) != nullptr; }
+   /// The handle that the key stands for, or else its own; null without both.
    Nuv::Ptr<EntryHandle const> entryHandle(Key const& key) const;
+
+   /// The handle that the key stands for; null when it is not mapped.
+   HandlePtr mappedEntryHandle(Key const& key) const;
+   std::size_t mappedEntryHandles() const { return mapped_.size(); }
+
+   /// The pair that is in place at the key, and the one that is waited for, if any.
+   MergedEntry mergedEntry(Key const& key) const;
+   Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntry(Key const& key) const;
+
+   /// The index of the entry at `key`, for publication to other agents; invalid when there is none.
+   Asic::Index hwIndexOnlyForCrossAgentCommunication(Key const& key) const;
 
    /// The member entries at the key's index; empty when there are none.
    std::optional<IngL3NextHop2Table::Entry> ingL3NextHop2TableEntry(Key const& key) const;
    std::optional<EgrL3NextHop2::Entry> egrL3NextHop2Entry(Key const& key) const;
 
+   /// The member tables: null before the table's initialisation. `...Is` makes one, `...Del` lets it go;
+   /// observers hear of both.
    Nuv::Ptr<IngL3NextHop2Table> const& ingL3NextHop2Table() const { return ingL3NextHop2Table_; }
    Nuv::Ptr<EgrL3NextHop2> const& egrL3NextHop2() const { return egrL3NextHop2_; }
+   Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2TableIs();
+   Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2Is();
+   void ingL3NextHop2TableDel();
+   void egrL3NextHop2Del();
+   void notifieeIs(Notifiee& notifiee) { notifieeList_.notifieeIs(notifiee); }
+
+   Nuv::Ptr<IndexDeallocatorSm> const& indexDeallocatorSm() const { return indexDeallocatorSm_; }
    Nuv::Ptr<L3NextHop2SharedAllocator> const& indexAllocator() const { return source_.allocator(); }
 
    Handles const& handles() const { return handles_; }
+
+   /// The same as of each of the two member tables.
+   static void doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group);
+   static void doRecoverHwTable(Nuv::Ptr<Asic::HwTableRecoverGroup> const& group, Asic::UnitId unit,
+                                Nuv::Ptr<Kallo::EntityManager> const& entityManager,
+                                Asic::ChipInfo const& chipInfo);
+   void doPublishHwTableMountInfo() override;
 
    /// As many as both member tables have.
    Asic::Index numEntries() const override;
@@ -77,6 +148,10 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
  private:
    void doEnclosingInit();
    void doReserveIndicesAtTableInit();
+   Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;
+   void mappingDel(Nuv::Ptr<EntryHandle> handle);
+   void ingL3NextHop2TableIs(Nuv::Ptr<IngL3NextHop2Table> table);
+   void egrL3NextHop2Is(Nuv::Ptr<EgrL3NextHop2> table);
    Nuv::Ptr<EntryHandle> writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType);
    bool isInPlace(EntryHandle const& handle, Asic::Index index, IngL3NextHop2Table::Entry const& ingEntry,
                   EgrL3NextHop2::Entry const& egrEntry) const;
@@ -87,8 +162,10 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2Table_;
    Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2_;
    IndexSource<SharedAllocator<L3NextHop2SharedAllocator>, Key> source_;
-   std::unique_ptr<IndexDeallocatorSm> indexDeallocatorSm_;
+   Nuv::Ptr<IndexDeallocatorSm> indexDeallocatorSm_;
    Handles handles_;
+   Nuv::HashMap<Key, Nuv::Ptr<EntryHandle>> mapped_;
+   Nuv::NotifieeList<Notifiee> notifieeList_;
    bool isTakenDown_{};
 };
 
@@ -100,6 +177,8 @@ class ZANDOR_EXPORT L3NextHop2Table::MergedEntry {
    /// Number of handles held.
    std::size_t mergedEntryHandles() const { return size_; }
    void mergedEntryHandleIs(HandlePtr const& handle);
+   void mergedEntryHandleDel(HandlePtr const& handle);
+   void mergedEntryHandleDelAll() { *this = {}; }
 
    HandlePtr const* begin() const { return handles_.data(); }
    HandlePtr const* end() const { return handles_.data() + size_; }
@@ -107,6 +186,9 @@ class ZANDOR_EXPORT L3NextHop2Table::MergedEntry {
    explicit operator bool() const { return size_ != 0; }
    friend bool operator==(MergedEntry const&, MergedEntry const&) = default;
    friend void appendText(Pelm::String& out, MergedEntry const&) { out.append("None"); }
+
+   /// A merged entry holds references, which no text can give: stops the process.
+   friend ZANDOR_EXPORT void parseText(Nuv::TextRange&, MergedEntry&);
 
  private:
    std::array<HandlePtr, 2> handles_;
@@ -142,6 +224,8 @@ class ZANDOR_EXPORT L3NextHop2Table::EntryHandle final : public Asic::SwTable::E
    Key key_;
    MergedEntry mergedEntry_;
    Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntry_;
+   ResponseHandler responseHandler_;
+   std::uint32_t mappings_{};
 };
 
 /// A pair that waits for its halves.
@@ -166,22 +250,42 @@ class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
    MergedEntry entry_;
 };
 
-/// Gives a next hop's index back once neither member table has an entry there.
-class ZANDOR_EXPORT L3NextHop2Table::IndexDeallocatorSm {
+/// Gives a next hop's index back once neither member table has an entry there. It follows the member tables
+/// of its merged table, which must outlive it.
+class ZANDOR_EXPORT L3NextHop2Table::IndexDeallocatorSm final : public Nuv::Object {
  public:
    explicit IndexDeallocatorSm(L3NextHop2Table& table);
 
- private:
-   struct MemberTableSm final : ResolvedEntryNotifiee<Asic::Index> {
-      explicit MemberTableSm(IndexDeallocatorSm& owner) : owner_(owner) {}
-      void handleResolvedEntry(Asic::Index const& index) override { owner_.handleResolvedEntry(index); }
+   /// Off, no index is given back; all three reactors follow.
+   void hasNotificationActiveIs(bool active) override;
 
-      IndexDeallocatorSm& owner_;
+   /// Whether the reactors on the merged table and on the two member tables are active.
+   bool mergedTableSmActive() const { return mergedTableSm_.isActive; }
+   bool ingSmActive() const { return ingSm_.isActive; }
+   bool egrSmActive() const { return egrSm_.isActive; }
+
+ private:
+   struct MergedTableSm final : Notifiee {
+      explicit MergedTableSm(IndexDeallocatorSm& to) : owner(to) {}
+      void handleIngL3NextHop2Table() override;
+      void handleEgrL3NextHop2() override;
+
+      IndexDeallocatorSm& owner;
+      bool isActive{};
+   };
+
+   struct MemberTableSm final : ResolvedEntryNotifiee<Asic::Index> {
+      explicit MemberTableSm(IndexDeallocatorSm& to) : owner(to) {}
+      void handleResolvedEntry(Asic::Index const& index) override;
+
+      IndexDeallocatorSm& owner;
+      bool isActive{};
    };
 
    void handleResolvedEntry(Asic::Index index);
 
    L3NextHop2Table& table_;
+   MergedTableSm mergedTableSm_;
    MemberTableSm ingSm_;
    MemberTableSm egrSm_;
 };

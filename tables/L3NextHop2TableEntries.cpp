@@ -20,6 +20,22 @@ L3NextHop2Table::MergedEntry::mergedEntryHandleIs(HandlePtr const& handle) {
    }
 }
 
+void
+L3NextHop2Table::MergedEntry::mergedEntryHandleDel(HandlePtr const& handle) {
+   if (size_ == 2 && handles_[0] == handle) {
+      std::swap(handles_[0], handles_[1]);
+   }
+   if (size_ != 0 && handles_[size_ - 1] == handle) {
+      handles_[--size_] = nullptr;
+   }
+}
+
+void
+parseText(Nuv::TextRange&, L3NextHop2Table::MergedEntry&) {
+   NUV_ASSERT_AS("L3NextHop2Table", false,
+                 "\"No String constructor for MergedEntry - has collection\" == nullptr", "");
+}
+
 L3NextHop2Table::EntryHandle::EntryHandle(Key const& key, L3NextHop2Table* table)
     : SwTable::EntryHandle(table), key_(key) {}
 
@@ -36,6 +52,11 @@ void
 L3NextHop2Table::EntryHandle::handleEntryState() {
    DUOLOG(_defaultTraceHandle(), TraceLevel::state, "handleEntryState", " : ", entryState());
    NUV_ASSERT_AS("L3NextHop2Table", entryState() <= failed(), "0", "unexpected entryState");
+   if (responseHandler_ && entryState() == success()) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::state, "handleEntryState", " success callback ",
+             entryState());
+   }
+   responseHandler_.entryStateIs(entryState());
 }
 
 void
@@ -95,9 +116,43 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
 }
 
 L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
-    : table_(table), ingSm_(*this), egrSm_(*this) {
-   table.ingL3NextHop2Table_->resolvedEntryNotifiees().notifieeIs(ingSm_);
-   table.egrL3NextHop2_->resolvedEntryNotifiees().notifieeIs(egrSm_);
+    : table_(table), mergedTableSm_(*this), ingSm_(*this), egrSm_(*this) {
+   table.notifieeIs(mergedTableSm_);
+}
+
+void
+L3NextHop2Table::IndexDeallocatorSm::hasNotificationActiveIs(bool active) {
+   Nuv::Object::hasNotificationActiveIs(active);
+   mergedTableSm_.isActive = ingSm_.isActive = egrSm_.isActive = active;
+   mergedTableSm_.handleIngL3NextHop2Table();
+   mergedTableSm_.handleEgrL3NextHop2();
+}
+
+void
+L3NextHop2Table::IndexDeallocatorSm::MergedTableSm::handleIngL3NextHop2Table() {
+   if (isActive) {
+      owner.ingSm_.leave();
+      if (auto const& table = owner.table_.ingL3NextHop2Table()) {
+         table->resolvedEntryNotifiees().notifieeIs(owner.ingSm_);
+      }
+   }
+}
+
+void
+L3NextHop2Table::IndexDeallocatorSm::MergedTableSm::handleEgrL3NextHop2() {
+   if (isActive) {
+      owner.egrSm_.leave();
+      if (auto const& table = owner.table_.egrL3NextHop2()) {
+         table->resolvedEntryNotifiees().notifieeIs(owner.egrSm_);
+      }
+   }
+}
+
+void
+L3NextHop2Table::IndexDeallocatorSm::MemberTableSm::handleResolvedEntry(Asic::Index const& index) {
+   if (isActive) {
+      owner.handleResolvedEntry(index);
+   }
 }
 
 void
@@ -108,11 +163,11 @@ L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
    if (!key.type) {
       return;
    }
-   if (table_.ingL3NextHop2Table_->resolvedEntry(index)) {
+   if (table_.ingL3NextHop2Table_ && table_.ingL3NextHop2Table_->resolvedEntry(index)) {
       DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in ingL3NextHop2Table");
       return;
    }
-   if (table_.egrL3NextHop2_->resolvedEntry(index)) {
+   if (table_.egrL3NextHop2_ && table_.egrL3NextHop2_->resolvedEntry(index)) {
       DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in egrL3NextHop2");
       return;
    }

@@ -1,22 +1,40 @@
 #include "chip/model/Chip.h"
 
 #include "chip/model/Layouts.h"
+#include "platform/nuv/AllSteps.h"
+#include "platform/nuv/Exception.h"
 
 #include <algorithm>
 
 namespace ModelChip {
 
-Table::Table(RowLayout const& layout, Asic::Index rows, Chip& chip, Nuv::ReactionLoop& loop)
-    : HwTable({layout.table, layout.name, 0, rows, layout.wordsPerRow}, loop)
+namespace {
+
+void
+checkSizes(Chip::Sizes const& sizes) {
+   for (auto const& size : sizes) {
+      auto const& [name, rows] = size;
+      bool isKnown = std::any_of(std::begin(layouts), std::end(layouts),
+                                 [&](RowLayout const* layout) { return layout->table == size.first; });
+      if (!isKnown) {
+         throw Nuv::RangeException(Nuv::text("the chip has no table '", name, "'"));
+      }
+      if (rows > Chip::maxRows) {
+         throw Nuv::RangeException(
+               Nuv::text("table '", name, "' cannot have ", rows, " rows: the limit is ", Chip::maxRows));
+      }
+   }
+}
+
+} // namespace
+
+Table::Table(RowLayout const& layout, Asic::Index size, Chip& chip, Nuv::Ptr<Memory> memory,
+             Nuv::ReactionLoop& loop)
+    : HwTable({layout.table, layout.name, 0, size, layout.wordsPerRow}, loop)
     , layout_(layout)
     , chip_(&chip)
-    , words_(std::size_t(rows) * layout.wordsPerRow)
-    , isPresent_(rows) {}
-
-std::span<std::uint32_t const>
-Table::row(Asic::Index index) const {
-   return std::span(words_).subspan(std::size_t(index) * layout_.wordsPerRow, layout_.wordsPerRow);
-}
+    , memory_(std::move(memory))
+    , rows_(memory_->rows(layout, size)) {}
 
 void
 Table::issue(Command command, Asic::Index index, std::span<std::uint32_t const> words) {
@@ -25,16 +43,13 @@ Table::issue(Command command, Asic::Index index, std::span<std::uint32_t const> 
    chip_->commandIs(queued);
 }
 
-void
-Table::apply(Asic::Index index, std::span<std::uint32_t const> words, bool isWrite) {
-   auto at = words_.begin() + std::ptrdiff_t(std::size_t(index) * layout_.wordsPerRow);
-   if (isWrite) {
-      std::copy_n(words.begin(), layout_.wordsPerRow, at);
-   } else {
-      std::fill_n(at, layout_.wordsPerRow, 0u);
+bool
+Table::chipRow(Asic::Index index, std::span<std::uint32_t> words) const {
+   if (!hasRow(index)) {
+      return false;
    }
-   rowsPresent_ += Asic::Index(isWrite) - Asic::Index(isPresent_[index]);
-   isPresent_[index] = isWrite;
+   std::ranges::copy(row(index), words.begin());
+   return true;
 }
 
 void
@@ -43,19 +58,34 @@ Table::chipGone() {
    abandon();
 }
 
-Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes) : loop_(loop.link()) {
+Chip::Chip(Nuv::ReactionLoop& loop, Sizes const& sizes, Nuv::Ptr<Memory> memory) : loop_(loop.link()) {
+   checkSizes(sizes);
    chipInfo_.sharedAllocators = Nuv::make<Asic::SharedAllocators>();
+   if (!memory) {
+      memory = Nuv::make<Memory>();
+   }
    for (auto const* layout : layouts) {
       auto size = sizes.find(layout->table);
       auto rows = size == sizes.end() ? layout->defaultRows : size->second;
-      tables_.push_back(Nuv::make<Table>(*layout, rows, *this, loop));
+      tables_.push_back(Nuv::make<Table>(*layout, rows, *this, memory, loop));
    }
 }
 
-Chip::~Chip() {
-   for (auto const& table : tables_) {
-      table->chipGone();
+Chip::~Chip() = default;
+
+// Here and not in the destructor, from which nothing that a table's users throw could leave.
+void
+Chip::onZeroReferences() {
+   issued_.clear();
+   answers_.clear();
+   if (faults_) {
+      faults_->chipIs(nullptr);
    }
+   Nuv::AllSteps steps;
+   for (auto const& table : tables_) {
+      steps([&] { table->chipGone(); });
+   }
+   steps.finish();
 }
 
 void
@@ -85,22 +115,50 @@ Chip::applyNext() {
    if (!issued_.empty()) {
       loop_->schedule(applyStep_);
    }
-   command.table->apply(command.index, command.words, command.isWrite);
-   applied_.emplace_back(command.table, command.number);
-   loop_->schedule(answerStep_);
-   if (rowObserver_) {
+   Answer answer{command.table, command.number, command.index, command.isWrite, true};
+   answer.isAccepted = !faults_ || faults_->accepts(answer);
+   if (answer.isAccepted && command.isWrite) {
+      command.table->rows_.rowIs(command.index, command.words);
+   } else if (answer.isAccepted) {
+      command.table->rows_.rowDel(command.index);
+   }
+   if (!faults_ || !faults_->takes(answer)) {
+      answerIs(answer);
+   }
+   if (answer.isAccepted && rowObserver_) {
       rowObserver_(*command.table, command.index);
    }
 }
 
 void
+Chip::answerIs(Answer const& answer) {
+   answers_.push_back(answer);
+   loop_->schedule(answerStep_);
+}
+
+void
 Chip::answerNext() {
-   auto [table, number] = applied_.front();
-   applied_.pop_front();
-   if (!applied_.empty()) {
+   auto answer = answers_.front();
+   answers_.pop_front();
+   if (!answers_.empty()) {
       loop_->schedule(answerStep_);
    }
-   table->answered(number);
+   if (faults_) {
+      faults_->answering(answer);
+   }
+   answer.table->answered(answer.command, answer.isAccepted);
+}
+
+void
+Chip::faultsIs(Nuv::Ptr<Faults> faults) {
+   if (faults_) {
+      faults_->releaseAll();
+      faults_->chipIs(nullptr);
+   }
+   faults_ = std::move(faults);
+   if (faults_) {
+      faults_->chipIs(this);
+   }
 }
 
 } // namespace ModelChip

@@ -1,23 +1,23 @@
 #include "platform/asic/AnySizedBlockAllocator.h"
 
+#include "platform/nuv/Assert.h"
+
 namespace Asic {
 
 Index
-AnySizedBlockAllocator::newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length,
-                                         void const* user) {
-   if (Index held = heldFor(type, block, user); held != invalidIndex) {
-      return held;
+AnySizedBlockAllocator::newIndexForBlock(Nuv::NuvType const& type, void const* block, SwTable const* table) {
+   NUV_ASSERT(type.size, Pelm::String(type.name));
+   Index length = type.size(block);
+   return length == 0 ? 0 : acquire(type, block, length, table);
+}
+
+void
+AnySizedBlockAllocator::doNumEntriesIs(Index number) {
+   if (number >= runs_.size()) {
+      runs_.grow(number);
+   } else {
+      runs_.shrink(number);
    }
-   if (length == 0) {
-      return 0;
-   }
-   auto base = runs_.firstFit(length);
-   if (!base) {
-      return invalidIndex;
-   }
-   holderIs(type, block, *base, length, user);
-   runs_.take(*base, length);
-   return *base;
 }
 
 } // namespace Asic

@@ -11,20 +11,21 @@ class ZANDOR_EXPORT AnySizedBlockAllocator : public GenericIndexAllocator {
  public:
    explicit AnySizedBlockAllocator(Pelm::String name) : GenericIndexAllocator(std::move(name)) {}
 
-   /// The first index of the run that the block holds, for `user` too from now on, or else of a new one of
-   /// `length` indices; the invalid index when no run of that length is free. A run of length 0 is always
-   /// granted, at index 0, and takes up nothing.
-   Index newIndexForBlock(Nuv::NuvType const& type, void const* block, Index length,
-                          void const* user = nullptr);
+   /// The first index of the run that the block holds, for `table` too from now on, or else of a new one as
+   /// long as the block's size; the invalid index when no such run is free. A block of size 0 is always
+   /// granted, at index 0, and holds nothing. The block's type must be one that has a size.
+   Index newIndexForBlock(Nuv::NuvType const& type, void const* block, SwTable const* table = nullptr);
 
    Index used() const override { return runs_.used(); }
-
-   /// Length of the longest run that can be given out.
-   Index largestFreeRun() const { return runs_.largestFreeRun(); }
+   Index freeRuns() const override { return runs_.freeRuns(); }
+   Index largestFreeRun() const override { return runs_.largestFreeRun(); }
 
  private:
-   void doGrow(Index number) override { runs_.grow(number); }
+   Index doFind(Index length) const override { return runs_.firstFit(length).value_or(invalidIndex); }
+   bool doIsFree(Index index) const override { return runs_.isFree(index, 1); }
+   void doTake(Index base, Index length) override { runs_.take(base, length); }
    void doRelease(Index base, Index length) override { runs_.give(base, length); }
+   void doNumEntriesIs(Index number) override;
 
    RunMap runs_;
 };

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "platform/asic/SwTable.h"
+#include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Export.h"
 #include "platform/nuv/ReactionLoop.h"
 
+#include <array>
 #include <deque>
+#include <map>
 #include <memory>
 #include <span>
 #include <vector>
@@ -18,6 +21,9 @@ namespace Asic {
 /// unanswered equal one with that one's answer. What the row in force needs is held until the chip has
 /// confirmed its successor or its removal, and what an issued row needs from the moment of issue, so nothing
 /// that a row points at ends while the row can still be used.
+///
+/// A refused write leaves its predecessor in force. A refused delete is issued again; after several refusals
+/// in a row it waits until the table has something else to do with its chip.
 class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
  public:
    static constexpr unsigned maxWords = 8;
@@ -28,7 +34,11 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
       Index minIndex{};
       Index numEntries{};
       unsigned wordsPerRow{};
+
+      friend bool operator==(Shape const&, Shape const&) = default;
    };
+
+   static constexpr char const* typeName() { return "Asic::HwTable"; }
 
    /// What a row needs to be there while it is in force.
    using Hold = Nuv::Ptr<Nuv::Object const>;
@@ -36,7 +46,8 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    Shape const& shape() const { return shape_; }
    Index numEntries() const { return shape_.numEntries; }
    Index minIndex() const { return shape_.minIndex; }
-   Index maxIndex() const { return shape_.minIndex + shape_.numEntries - 1; }
+   /// The highest index; that of a table without rows is its lowest.
+   Index maxIndex() const { return shape_.minIndex + (shape_.numEntries ? shape_.numEntries - 1 : 0); }
    bool contains(Index index) const { return index - shape_.minIndex < shape_.numEntries; }
 
    /// Writes the row at `index`, which the table must contain, for the entry of `owner`. The owner's table
@@ -47,13 +58,32 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    /// until the chip has answered; the owner itself may end at once.
    void rowDel(Index index, SwTable::EntryHandle const& owner, SwTable* table);
 
+   /// The same for an owner that waits for the answer: it hears `handleRowDeleted`, also when somebody else
+   /// writes the row meanwhile, unless it writes the row again itself. It must not end before that without
+   /// `ownerDel`. False, with nothing to wait for, when there is no row of the owner's to clear.
+   bool awaitedRowDel(Index index, SwTable::EntryHandle& owner, SwTable* table);
+
+   /// The row at `index` stays as it is, and `owner` hears of it no more.
+   void ownerDel(Index index, SwTable::EntryHandle const& owner);
+
+   /// Takes the rows that the chip has into the store of rows issued, as nobody's: who writes an equal one
+   /// issues nothing. Rows that were written here before are left alone.
+   void recover();
+
+   /// Clears every recovered row that nobody has written since. Returns how many there were.
+   Index purge();
+
    /// Commands issued to the chip so far.
    std::uint64_t commandsIssued() const { return nextCommand_ - 1; }
    /// Commands that the chip has not answered.
-   std::size_t unanswered() const { return commands_.size(); }
+   std::size_t unanswered() const { return commands_.size() - answeredInLine_ + stragglers_.size(); }
 
    /// Where the hardware table `name` of a chip is found among the state database's entities.
    static Pelm::String path(UnitId unit, Pelm::String const& name);
+
+   /// Mounts the hardware table `name` of the chip `unit`, and returns it; null when there is none.
+   static Nuv::Ptr<HwTable> mounted(Kallo::EntityManager const& stateDatabase, UnitId unit,
+                                    Pelm::String const& name);
 
  protected:
    using Command = std::uint64_t;
@@ -64,20 +94,26 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    /// Queues one command to the chip; without words it clears the row. Must not answer before it returns.
    virtual void issue(Command command, Index index, std::span<std::uint32_t const> words) = 0;
 
-   /// The chip has carried out `command`. Called from the reaction loop, once for each command, in any order.
-   void answered(Command command);
+   /// Copies the row that the chip has at `index` to `words`; false, with `words` untouched, when it has
+   /// none. A chip whose rows do not outlive the process has none to tell.
+   virtual bool chipRow(Index, std::span<std::uint32_t>) const { return false; }
 
-   /// The chip is gone: no more answers come, nothing is held for it, and no more commands are issued.
+   /// The chip has carried out `command`, or has refused it. Called from the reaction loop, in any order, for
+   /// any command; an answer that comes again, or after that of a later command for the same row, is ignored.
+   void answered(Command command, bool isAccepted = true);
+
+   /// The chip is gone: no more answers come, nothing is held for it, and no more commands are issued. Who
+   /// waits for a row to be cleared waits no longer.
    void abandon();
 
  private:
    struct Row {
       SwTable::EntryHandle* owner{};
-      Command issued{};
-      Command confirmed{};
+      Command issued{};           ///< the newest command that was not refused
       std::uint64_t equalWrite{}; ///< the newest equal write
       Hold hold;
-      bool isPresent{};
+      bool isPresent{}; ///< as of `issued`
+      bool isRecovered{};
    };
 
    struct Chunk;
@@ -85,8 +121,14 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    struct Unanswered {
       Index index{};
       bool isAnswered{};
+      bool isWrite{};
+      bool wasPresent{};
+      std::uint8_t refusals{};
+      Command previous{}; ///< the unanswered one before it for the same row, or 0
       Nuv::Ptr<SwTable> table;
       Hold hold;
+      SwTable::EntryHandle* deleted{};              ///< who waits for the row to be cleared
+      std::array<std::uint32_t, maxWords> before{}; ///< the words that it replaces
    };
 
    struct EqualWrite {
@@ -96,12 +138,29 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
       Nuv::Ptr<SwTable> table;
    };
 
+   /// Who has waited for a row to be cleared, and is still to be told.
+   struct Cleared {
+      Index index{};
+      SwTable::EntryHandle* owner{};
+   };
+
    void react() override;
    Row& row(Index index, std::uint32_t*& words);
+   Row* rowIfAny(Index index);
    Unanswered* unanswered(Command command);
+   Unanswered finished(Command command, Unanswered& entry);
+   void trimLine();
    void equalRowIs(Index index, Row& row, SwTable::EntryHandle& owner, Hold hold);
-   void commandIs(Row& row, Index index, std::span<std::uint32_t const> words, SwTable* table, Hold hold);
-   static void confirm(Row const& row, SwTable* table);
+   Unanswered& commandIs(Index index, std::span<std::uint32_t const> words, SwTable* table, Hold hold);
+   void accepted(Command command, Unanswered& entry);
+   void refused(Command command, Unanswered& entry);
+   void retry(Command refused, Unanswered& entry);
+   void issueParked();
+   void waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner);
+   void clearedIs(Unanswered const& entry);
+   void tellCleared(Nuv::AllSteps& steps);
+   void unlink(Row& at, std::uint32_t* words, Command command, Unanswered const& entry);
+   static void confirm(Row const& row, SwTable* table, RowAnswer answer);
 
    Shape shape_;
    Nuv::Ptr<Nuv::ReactionLoop::Link> loop_;
@@ -109,8 +168,12 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    bool isAbandoned_{};
    Command nextCommand_{1};
    std::uint64_t equalWritesSoFar_{};
-   std::deque<Unanswered> commands_;
+   std::deque<Unanswered> commands_; ///< in line, the newest is the last one issued
+   std::size_t answeredInLine_{};
+   std::map<Command, Unanswered> stragglers_; ///< unanswered for so long that they left the line
    std::deque<EqualWrite> equalWrites_;
+   std::deque<Cleared> cleared_;
+   std::vector<Command> parked_; ///< deletes that were refused too often to be issued again at once
 };
 
 } // namespace Asic

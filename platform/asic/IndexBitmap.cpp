@@ -1,5 +1,6 @@
 #include "platform/asic/IndexBitmap.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace Asic {
@@ -23,6 +24,38 @@ IndexBitmap::lowestFree() const {
       index = index * 64 + std::size_t(std::countr_zero(levels_[level][index]));
    }
    return std::uint32_t(index);
+}
+
+std::uint32_t
+IndexBitmap::freeRuns() const {
+   std::uint32_t runs = 0;
+   std::uint64_t before = 0;
+   for (auto word : levels_[0]) {
+      runs += std::uint32_t(std::popcount(word & ~(word << 1 | before >> 63)));
+      before = word;
+   }
+   return runs;
+}
+
+std::uint32_t
+IndexBitmap::largestFreeRun() const {
+   std::uint32_t longest = 0;
+   std::uint32_t open = 0;
+   for (auto word : levels_[0]) {
+      for (int at = 0; at < 64;) {
+         std::uint64_t rest = word >> at;
+         if (rest & 1) {
+            int run = std::countr_one(rest);
+            at += run;
+            open += std::uint32_t(run);
+            longest = std::max(longest, open);
+         } else {
+            at += rest == 0 ? 64 : std::countr_zero(rest);
+            open = 0;
+         }
+      }
+   }
+   return longest;
 }
 
 bool
@@ -105,6 +138,21 @@ IndexBitmap::grow(std::uint32_t size) {
    }
    depth_ = depth;
    size_ = size;
+   return true;
+}
+
+bool
+IndexBitmap::shrink(std::uint32_t size) {
+   if (size > size_) {
+      return false;
+   }
+   IndexBitmap kept(size);
+   for (std::uint32_t index = 0; index < size_; ++index) {
+      if (isTaken(index) && !kept.take(index)) {
+         return false;
+      }
+   }
+   *this = std::move(kept);
    return true;
 }
 

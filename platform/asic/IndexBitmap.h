@@ -23,6 +23,11 @@ class ZANDOR_EXPORT IndexBitmap {
    /// The lowest index that is not taken; nothing when all are.
    std::optional<std::uint32_t> lowestFree() const;
 
+   /// How many runs the free indices form, and the length of the longest. Both go through all indices, 64 at
+   /// a time.
+   std::uint32_t freeRuns() const;
+   std::uint32_t largestFreeRun() const;
+
    /// Takes the index. Returns false, and changes nothing, when it is out of range or taken already.
    bool take(std::uint32_t index);
 
@@ -35,6 +40,10 @@ class ZANDOR_EXPORT IndexBitmap {
    /// Adds free indices at the end, `size` being the new number of indices. Returns false, and changes
    /// nothing, when there are more already. Throws std::bad_alloc, which leaves the indices as they were.
    bool grow(std::uint32_t size);
+
+   /// Drops indices from the end, `size` being the new number of indices. Returns false, and changes nothing,
+   /// when there are fewer already or one to be dropped is taken. Throws like grow().
+   bool shrink(std::uint32_t size);
 
  private:
    // A bit of level 0 is set while its index is free, one of a higher level while its word of the level below

@@ -7,18 +7,10 @@ namespace Asic {
 
 namespace {
 
-// A block of words is one cache line, a group of nodes three.
-constexpr std::size_t blockWords = 8;
-constexpr std::size_t blockBits = blockWords * 64;
-constexpr std::size_t groupNodes = 16;
+// What is best done without branches is: which way they go cannot be predicted.
+constexpr std::size_t groupSize = 4;
 
 constexpr std::uint64_t ones = ~std::uint64_t(0);
-
-/// The bits `first` .. `end`-1 of a word; 0 <= first < end <= 64.
-std::uint64_t
-bits(std::size_t first, std::size_t end) {
-   return (ones << first) & (ones >> (64 - end));
-}
 
 /// The length of the longest run of set bits.
 std::uint32_t
@@ -52,7 +44,8 @@ longestRun(std::uint64_t word) {
 /// The bits from which `length` bits are set; 1 <= length <= 64.
 std::uint64_t
 runStarts(std::uint64_t word, std::uint32_t length) {
-   for (std::uint32_t reached = 1; reached < length && word != 0;) {
+   std::uint32_t reached = 1;
+   for (int doubling = 0; doubling < 6; ++doubling) {
       std::uint32_t step = std::min(reached, length - reached);
       word &= word >> step;
       reached += step;
@@ -60,42 +53,25 @@ runStarts(std::uint64_t word, std::uint32_t length) {
    return word;
 }
 
-/// Puts the free runs of ranges that follow each other together.
-class Joiner {
- public:
-   void add(std::uint32_t prefix, std::uint32_t suffix, std::uint32_t best, std::uint64_t span) {
-      bool isFree = prefix == span;
-      best_ = std::max({best_, best, open_ + prefix});
-      open_ = isFree ? open_ + prefix : suffix;
-      if (!isClosed_) {
-         prefix_ += prefix;
-         isClosed_ = !isFree;
-      }
-   }
-
-   std::uint32_t prefix() const { return prefix_; }
-   std::uint32_t suffix() const { return open_; }
-   std::uint32_t best() const { return best_; }
-
- private:
-   std::uint32_t prefix_ = 0;
-   std::uint32_t open_ = 0;
-   std::uint32_t best_ = 0;
-   bool isClosed_ = false;
-};
-
-/// The number of indices beneath a node of that level.
-std::uint64_t
-spanOf(std::size_t level) {
-   return std::uint64_t(blockBits) << (4 * level);
+/// The first of a group that is at least `length`, which one of them is.
+std::size_t
+firstAtLeast(std::uint32_t const* group, std::uint32_t length) {
+   bool isAfterFirst = group[0] < length;
+   bool isAfterSecond = isAfterFirst & (group[1] < length);
+   bool isAfterThird = isAfterSecond & (group[2] < length);
+   return std::size_t(isAfterFirst) + isAfterSecond + isAfterThird;
 }
-static_assert(groupNodes == 1 << 4);
+
+std::uint32_t
+greatest(std::uint32_t const* group) {
+   return std::max(std::max(group[0], group[1]), std::max(group[2], group[3]));
+}
 
 } // namespace
 
 std::uint32_t
 RunMap::largestFreeRun() const {
-   return depth_ ? levels_[depth_ - 1][0].best : 0;
+   return depth_ ? longest_[depth_ - 1][0] : 0;
 }
 
 std::optional<std::uint32_t>
@@ -103,67 +79,50 @@ RunMap::firstFit(std::uint32_t length) const {
    if (length == 0 || length > largestFreeRun()) {
       return std::nullopt;
    }
-   std::size_t node = 0;
-   for (std::size_t level = depth_ - 1; level > 0; --level) {
-      std::uint64_t span = spanOf(level - 1);
-      std::uint32_t open = 0;
-      // Some child has the run, or it starts in one child and ends in a later one.
-      for (std::size_t child = node * groupNodes;; ++child) {
-         Node const& summary = levels_[level - 1][child];
-         if (summary.prefix >= length - open) {
-            return std::uint32_t(child * span - open);
-         }
-         if (summary.best >= length) {
-            node = child;
-            break;
-         }
-         open = summary.prefix == span ? open + summary.prefix : summary.suffix;
-      }
+   std::size_t at = 0;
+   for (std::size_t level = depth_ - 1; level-- > 0;) {
+      at = at * groupSize + firstAtLeast(&longest_[level][at * groupSize], length);
    }
-   return firstFitInBlock(node, length);
-}
-
-/// The same within a block that is known to have such a run.
-std::uint32_t
-RunMap::firstFitInBlock(std::size_t block, std::uint32_t length) const {
-   std::uint32_t open = 0;
-   for (std::size_t at = block * blockWords;; ++at) {
-      std::uint64_t word = words_[at];
-      if (std::uint32_t(std::countr_one(word)) >= length - open) {
-         return std::uint32_t(at * 64 - open);
-      }
-      if (length <= 64) {
-         if (std::uint64_t starts = runStarts(word, length)) {
-            return std::uint32_t(at * 64) + std::uint32_t(std::countr_zero(starts));
-         }
-      }
-      open = word == ones ? open + 64 : std::uint32_t(std::countl_one(word));
-   }
+   // One that does not end in its word is the last there. Beyond 64, it is the only one in question.
+   std::uint64_t started = startedIn(at);
+   std::uint64_t starts = runStarts(started, std::min(length, 64u));
+   int position = starts != 0 ? std::countr_zero(starts) : 64 - std::countl_one(started);
+   return std::uint32_t(at * 64) + std::uint32_t(position);
 }
 
 bool
 RunMap::take(std::uint32_t base, std::uint32_t length) {
-   if (!isFree(base, length)) {
+   if (!isInRange(base, length) || !isBitFree(base)) {
       return false;
    }
-   set(false, base, length);
+   Run run;
+   run.first = startOfRun(base);
+   run.end = endOfRun(run.first);
+   if (run.end - base < length) {
+      return false;
+   }
+   clear(base, length, run);
    used_ += length;
    return true;
 }
 
 bool
 RunMap::give(std::uint32_t base, std::uint32_t length) {
-   if (!isInRange(base, length) || !all(false, base, length)) {
+   if (!isInRange(base, length)) {
       return false;
    }
-   set(true, base, length);
+   if (flip(base, length) != 0) {
+      flip(base, length);
+      return false;
+   }
+   merge(base, length);
    used_ -= length;
    return true;
 }
 
 bool
 RunMap::isFree(std::uint32_t base, std::uint32_t length) const {
-   return isInRange(base, length) && all(true, base, length);
+   return isInRange(base, length) && isBitFree(base) && endOfRun(startOfRun(base)) - base >= length;
 }
 
 bool
@@ -171,71 +130,184 @@ RunMap::isInRange(std::uint32_t base, std::uint32_t length) const {
    return length != 0 && base < size_ && length <= size_ - base;
 }
 
-bool
-RunMap::all(bool free, std::uint32_t base, std::uint32_t length) const {
-   std::size_t end = std::size_t(base) + length;
-   for (std::size_t at = base; at < end;) {
-      std::size_t start = at - at % 64;
-      std::uint64_t mask = bits(at % 64, std::min<std::size_t>(end - start, 64));
-      if ((words_[start / 64] & mask) != (free ? mask : 0)) {
-         return false;
+/// The first index of the free run around an index; the one after it, when it is taken.
+std::uint32_t
+RunMap::startOfRun(std::uint32_t index) const {
+   std::size_t word = index / 64;
+   std::uint32_t at = index % 64;
+   auto below = std::uint32_t(std::countl_one(words_[word] << (63 - at)));
+   if (below <= at) {
+      return index + 1 - below;
+   }
+   if (word == 0 || words_[word - 1] >> 63 == 0) {
+      return std::uint32_t(word * 64);
+   }
+   // No run begins in the words that this one fills up.
+   std::size_t first = lastWordWithStart(word - 1);
+   return std::uint32_t(first * 64 + 64) - std::uint32_t(std::countl_one(words_[first]));
+}
+
+/// The end of the free run that begins at `first`; `first` itself, when it is taken.
+std::uint32_t
+RunMap::endOfRun(std::uint32_t first) const {
+   std::size_t word = first / 64;
+   auto open = std::uint32_t(std::countr_one(words_[word] >> (first % 64)));
+   bool goesOn = first % 64 + open == 64;
+   if (!goesOn)
+      return first + open;
+   std::uint64_t next = words_[word + 1];
+   return first + (next == ones ? longest_[0][word] : open + std::uint32_t(std::countr_one(next)));
+}
+
+/// The bits of a word without those of a run that begins before it.
+std::uint64_t
+RunMap::startedIn(std::size_t at) const {
+   std::uint64_t word = words_[at];
+   bool isOpen = at > 0 && words_[at - 1] >> 63 != 0;
+   return isOpen ? word & (word + 1) : word;
+}
+
+/// The length of the longest run that begins in a word. One that goes on beyond the next word must be known.
+std::uint32_t
+RunMap::longestFrom(std::size_t at, Run known) const {
+   std::uint64_t word = startedIn(at);
+   auto open = std::uint32_t(std::countl_one(word));
+   auto end = std::uint32_t(at * 64 + 64);
+   auto length = open;
+   if (open != 0) {
+      length = end - open == known.first ? known.end - known.first
+                                         : open + std::uint32_t(std::countr_one(words_[at + 1]));
+   }
+   // Only as many bits as that can be a longer run.
+   std::uint64_t closed = open < 64 ? word & (ones >> open) : 0;
+   return closed != 0 && std::uint32_t(std::popcount(closed)) > length ? std::max(length, longestRun(closed))
+                                                                       : length;
+}
+
+/// The last word up to `word` in which a run begins; there is one.
+std::size_t
+RunMap::lastWordWithStart(std::size_t word) const {
+   std::size_t level = 0;
+   std::size_t at = word;
+   while (longest_[level][at] == 0) {
+      if (at % groupSize != 0) {
+         --at;
+      } else {
+         at = at / groupSize - 1;
+         ++level;
       }
-      at = start + 64;
    }
-   return true;
-}
-
-/// Marks a run that is in range and brings all nodes up to date.
-void
-RunMap::set(bool free, std::uint32_t base, std::uint32_t length) {
-   std::size_t end = std::size_t(base) + length;
-   for (std::size_t at = base; at < end;) {
-      std::size_t start = at - at % 64;
-      std::uint64_t mask = bits(at % 64, std::min<std::size_t>(end - start, 64));
-      std::uint64_t& word = words_[start / 64];
-      word = free ? word | mask : word & ~mask;
-      at = start + 64;
-   }
-   summarize(base / blockBits, (end - 1) / blockBits);
-}
-
-/// Brings the nodes of those blocks, and all that are above them, up to date.
-void
-RunMap::summarize(std::size_t first, std::size_t last) {
-   bool hasChanged = true;
-   for (std::size_t level = 0; level < depth_ && hasChanged; ++level) {
-      hasChanged = false;
-      for (std::size_t node = first; node <= last; ++node) {
-         Node summary = level == 0 ? blockSummary(node) : nodeSummary(level, node);
-         hasChanged |= summary != levels_[level][node];
-         levels_[level][node] = summary;
+   while (level-- > 0) {
+      at = at * groupSize + groupSize - 1;
+      while (longest_[level][at] == 0) {
+         --at;
       }
-      first /= groupNodes;
-      last /= groupNodes;
+   }
+   return at;
+}
+
+/// Frees a run that is taken, or takes one that is free, as far as bits go. Returns a bit for each index that
+/// was free before.
+std::uint64_t
+RunMap::flip(std::uint32_t base, std::uint32_t length) {
+   std::size_t at = base / 64;
+   std::size_t last = (std::size_t(base) + length - 1) / 64;
+   std::uint64_t mask = ones << (base % 64);
+   std::uint64_t before = 0;
+   for (; at < last; ++at) {
+      before |= words_[at] & mask;
+      words_[at] ^= mask;
+      mask = ones;
+   }
+   mask &= ones >> (63 - (base + length - 1) % 64);
+   before |= words_[at] & mask;
+   words_[at] ^= mask;
+   return before;
+}
+
+/// Takes indices out of a free run.
+void
+RunMap::clear(std::uint32_t base, std::uint32_t length, Run within) {
+   flip(base, length);
+   Run before{within.first, base};
+   Run after{base + length, within.end};
+   std::size_t word = within.first / 64;
+   bool goesOn = after.first != after.end;
+   bool isNear = goesOn && after.first / 64 == word;
+   // All runs of a word were at most as long as the one that was its longest. So where that one ended within
+   // the word, none goes on beyond the next.
+   if (longest_[0][word] == within.end - within.first) {
+      lower(word, longestFrom(word, isNear ? after : before));
+   }
+   if (goesOn && !isNear) {
+      raise(after.first / 64, after.end - after.first);
+   }
+   freeRuns_ += std::uint32_t(before.first != before.end) + std::uint32_t(goesOn) - 1;
+}
+
+/// Puts indices that were freed together with the free runs on both sides.
+void
+RunMap::merge(std::uint32_t base, std::uint32_t length) {
+   std::uint32_t after = base + length;
+   Run run{base > 0 ? startOfRun(base - 1) : 0, endOfRun(after)};
+   std::size_t word = after / 64;
+   if (run.end != after && word != run.first / 64 && longest_[0][word] == run.end - after) {
+      lower(word, longestFrom(word, {}));
+   }
+   raise(run.first / 64, run.end - run.first);
+   freeRuns_ += 1 - std::uint32_t(run.first != base) - std::uint32_t(run.end != after);
+}
+
+/// A run of that length begins in the word now.
+void
+RunMap::raise(std::size_t word, std::uint32_t length) {
+   for (std::size_t level = 0; level < depth_ && longest_[level][word] < length; ++level) {
+      longest_[level][word] = length;
+      word /= groupSize;
    }
 }
 
-RunMap::Node
-RunMap::blockSummary(std::size_t block) const {
-   Joiner joiner;
-   for (std::size_t at = block * blockWords; at < (block + 1) * blockWords; ++at) {
-      std::uint64_t word = words_[at];
-      // A word with fewer free indices than that cannot have a longer run.
-      bool isWorthwhile = std::uint32_t(std::popcount(word)) > joiner.best();
-      joiner.add(std::uint32_t(std::countr_one(word)), std::uint32_t(std::countl_one(word)),
-                 isWorthwhile ? longestRun(word) : 0, 64);
+/// The longest run that begins in the word is not longer than that any more.
+void
+RunMap::lower(std::size_t word, std::uint32_t length) {
+   std::uint32_t before = longest_[0][word];
+   longest_[0][word] = length;
+   for (std::size_t level = 1; level < depth_; ++level) {
+      std::size_t first = word - word % groupSize;
+      word /= groupSize;
+      std::uint32_t& longest = longest_[level][word];
+      if (longest != before) {
+         return;
+      }
+      longest = greatest(&longest_[level - 1][first]);
+      if (longest == before) {
+         return;
+      }
    }
-   return {joiner.prefix(), joiner.suffix(), joiner.best()};
 }
 
-RunMap::Node
-RunMap::nodeSummary(std::size_t level, std::size_t node) const {
-   Joiner joiner;
-   for (std::size_t child = node * groupNodes; child < (node + 1) * groupNodes; ++child) {
-      Node const& summary = levels_[level - 1][child];
-      joiner.add(summary.prefix, summary.suffix, summary.best, spanOf(level - 1));
+/// Makes room for that many indices; what is new is taken. Throws before anything is dropped.
+void
+RunMap::shapeIs(std::uint32_t size) {
+   std::size_t nodes = size / 64 + (size % 64 != 0);
+   words_.resize(nodes + 2);
+   std::size_t depth = 0;
+   for (; nodes > 1; ++depth) {
+      nodes = (nodes - 1) / groupSize + 1;
+      longest_[depth].resize(nodes * groupSize);
    }
-   return {joiner.prefix(), joiner.suffix(), joiner.best()};
+   longest_[depth].resize(1);
+   depth_ = depth + 1;
+   size_ = size;
+}
+
+void
+RunMap::rebuildTree() {
+   for (std::size_t level = 1; level < depth_; ++level) {
+      for (std::size_t at = 0; at * groupSize < longest_[level - 1].size(); ++at) {
+         longest_[level][at] = greatest(&longest_[level - 1][at * groupSize]);
+      }
+   }
 }
 
 bool
@@ -246,22 +318,28 @@ RunMap::grow(std::uint32_t size) {
    if (size == size_) {
       return true;
    }
-   // All memory comes first: words and nodes that are 0 mean nothing yet.
-   std::size_t nodes = (std::size_t(size) - 1) / blockBits + 1;
-   words_.resize(nodes * blockWords);
-   std::size_t depth = 1;
-   for (; nodes > 1; ++depth) {
-      std::size_t groups = (nodes - 1) / groupNodes + 1;
-      levels_[depth - 1].resize(groups * groupNodes);
-      nodes = groups;
-   }
-   levels_[depth - 1].resize(1);
-
    std::uint32_t base = size_;
-   depth_ = depth;
-   size_ = size;
-   // The first node of each new level lies above the new indices, so this reaches all that was there as well.
-   set(true, base, size - base);
+   shapeIs(size);
+   flip(base, size - base);
+   merge(base, size - base);
+   rebuildTree();
+   return true;
+}
+
+bool
+RunMap::shrink(std::uint32_t size) {
+   if (size > size_) {
+      return false;
+   }
+   if (size == size_) {
+      return true;
+   }
+   if (!take(size, size_ - size)) {
+      return false;
+   }
+   used_ -= size_ - size;
+   shapeIs(size);
+   rebuildTree();
    return true;
 }
 

@@ -11,8 +11,9 @@
 namespace Asic {
 
 /// Contiguous runs of the indices 0 .. size-1, each index free or taken. A run is given by its first index
-/// and its length, which is at least 1. Searching takes time in the logarithm of the size, however the free
-/// indices are scattered; taking and giving also go over the run's bits, 64 at a time.
+/// and its length, which is at least 1. What an operation costs does not depend on how the free indices are
+/// scattered: searching reads one cache line per level of a 4-way tree over words of 64 indices, taking and
+/// giving change the run's words and climb that tree as far as it changes.
 class ZANDOR_EXPORT RunMap {
  public:
    /// All `size` indices are free.
@@ -24,6 +25,9 @@ class ZANDOR_EXPORT RunMap {
 
    /// The length of the longest run of free indices; 0 when all are taken.
    std::uint32_t largestFreeRun() const;
+
+   /// How many runs the free indices form.
+   std::uint32_t freeRuns() const { return freeRuns_; }
 
    /// The lowest index from which `length` indices are free; nothing when there is no such run.
    std::optional<std::uint32_t> firstFit(std::uint32_t length) const;
@@ -43,31 +47,42 @@ class ZANDOR_EXPORT RunMap {
    /// nothing, when there are more already. Throws std::bad_alloc, which leaves the indices as they were.
    bool grow(std::uint32_t size);
 
+   /// Drops indices from the end, `size` being the new number of indices. Returns false, and changes nothing,
+   /// when there are fewer already or one to be dropped is taken.
+   bool shrink(std::uint32_t size);
+
  private:
-   /// The free runs of a node's range: at its beginning, at its end, and the longest.
-   struct Node {
-      std::uint32_t prefix = 0;
-      std::uint32_t suffix = 0;
-      std::uint32_t best = 0;
-      bool operator==(Node const&) const = default;
+   /// A free run, from `first` up to, but not including, `end`.
+   struct Run {
+      std::uint32_t first = 0;
+      std::uint32_t end = 0;
    };
 
+   bool isBitFree(std::uint32_t index) const { return words_[index / 64] >> (index % 64) & 1; }
    bool isInRange(std::uint32_t base, std::uint32_t length) const;
-   bool all(bool free, std::uint32_t base, std::uint32_t length) const;
-   void set(bool free, std::uint32_t base, std::uint32_t length);
-   void summarize(std::size_t first, std::size_t last);
-   Node blockSummary(std::size_t block) const;
-   Node nodeSummary(std::size_t level, std::size_t node) const;
-   std::uint32_t firstFitInBlock(std::size_t block, std::uint32_t length) const;
+   std::uint32_t startOfRun(std::uint32_t index) const;
+   std::uint32_t endOfRun(std::uint32_t first) const;
+   std::uint64_t startedIn(std::size_t word) const;
+   std::uint32_t longestFrom(std::size_t word, Run known) const;
+   std::size_t lastWordWithStart(std::size_t word) const;
 
-   // A bit is set while its index is free; the words come in blocks. levels_[0] has a node for each block,
-   // levels_[i + 1] one for each group of nodes of levels_[i], and the highest level in use is one node.
-   // Nodes fill up the last group of their level, and what lies beyond the size is not free.
+   std::uint64_t flip(std::uint32_t base, std::uint32_t length);
+   void clear(std::uint32_t base, std::uint32_t length, Run within);
+   void merge(std::uint32_t base, std::uint32_t length);
+   void raise(std::size_t word, std::uint32_t length);
+   void lower(std::size_t word, std::uint32_t length);
+   void shapeIs(std::uint32_t size);
+   void rebuildTree();
+
+   // A bit is set while its index is free; what lies beyond the size is not, and two more words follow that
+   // are 0. longest_[0] has for each word the length of the longest free run that begins in it, wherever that
+   // run ends; longest_[i + 1] has the greatest of each group of longest_[i], up to a level of one.
    std::vector<std::uint64_t> words_;
-   std::array<std::vector<Node>, 7> levels_;
+   std::array<std::vector<std::uint32_t>, 14> longest_;
    std::size_t depth_ = 0;
    std::uint32_t size_ = 0;
    std::uint32_t used_ = 0;
+   std::uint32_t freeRuns_ = 0;
 };
 
 } // namespace Asic

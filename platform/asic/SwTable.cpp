@@ -1,6 +1,7 @@
 #include "platform/asic/SwTable.h"
 
 #include "platform/asic/HwTable.h"
+#include "platform/asic/HwTableMountInfo.h"
 
 namespace Asic {
 
@@ -12,12 +13,21 @@ void
 SwTable::doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo) {
    chipInfo_ = chipInfo;
    if (auto name = hwTableName(); !name.empty()) {
-      if (auto table = Nuv::dynamicCast<HwTable>(entityManager->getEntity(HwTable::path(unit, name)))) {
+      if (auto table = HwTable::mounted(*entityManager, unit, name)) {
          utilIs(table);
       }
    }
+   unit_ = unit;
+   publishIn_ = hwTable() ? entityManager : nullptr;
    doInitEnclosed(unit, entityManager, chipInfo);
    doInitComplete();
+}
+
+void
+SwTable::doPublishHwTableMountInfo() {
+   if (auto stateDatabase = std::exchange(publishIn_, nullptr)) {
+      HwTableMountInfo::publish(*stateDatabase, tableType(), unit_, *hwTable());
+   }
 }
 
 Index
@@ -47,17 +57,29 @@ SwTable::writeResponseSmDel() {
 
 SwTable::EntryHandle::EntryHandle(SwTable* table) : swTable_(table) {}
 
+// Whether the handle keeps its table alive is settled before and after the change.
+template <class Change>
+void
+SwTable::EntryHandle::changeHold(Change&& change) {
+   Nuv::Ptr<SwTable> alive(swTable_);
+   bool before = keepsTableAlive();
+   change();
+   bool after = keepsTableAlive();
+   if (after && !before) {
+      swTable_->referenceAdd();
+   } else if (before && !after) {
+      swTable_->referenceDel();
+   }
+}
+
 void
 SwTable::EntryHandle::entryTypeIs(EntryType type) {
-   Nuv::Ptr<SwTable> alive(swTable_);
-   if (swTable_ && type != entryType()) {
-      if (type == referenceOnly()) {
-         swTable_->referenceAdd();
-      } else if (entryType() == referenceOnly()) {
-         swTable_->referenceDel();
-      }
-   }
-   tableBytes_.entryType = std::uint8_t(type);
+   changeHold([&] { tableBytes_.entryType = std::uint8_t(type); });
+}
+
+void
+SwTable::EntryHandle::isMappedIs(bool mapped) {
+   changeHold([&] { tableBytes_.isMapped = mapped; });
 }
 
 void
@@ -71,11 +93,11 @@ SwTable::EntryHandle::resolvedEntryStateIs(EntryState state) {
 
 void
 SwTable::EntryHandle::swTableDel() {
+   bool keptAlive = keepsTableAlive();
    SwTable* table = std::exchange(swTable_, nullptr);
    if (!table) {
       return;
    }
-   bool keptAlive = entryType() == referenceOnly();
    Nuv::AllSteps steps;
    steps([this] { announceSwTable(); });
    if (keptAlive) {

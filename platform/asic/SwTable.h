@@ -23,10 +23,15 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
    template <class T>
    class Accessor;
 
-   /// Ties the table to the hardware table of `unit` that it finds in `entityManager`. Ends with
-   /// `doInitComplete`. A table without a hardware table, or without a util for the chip's rows, works
+   /// Ties the table to the hardware table of `unit`, which it mounts and looks up in `entityManager`. Ends
+   /// with `doInitComplete`. A table without a hardware table, or without a util for the chip's rows, works
    /// without writing rows.
    void doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo);
+
+   /// Publishes which hardware table the table writes rows to, in the entity manager of `doInit`: a
+   /// `HwTableMountInfo` under the table's type. Does nothing before `doInit`, for a table without rows, or
+   /// when called again. Observers may be called before it returns.
+   virtual void doPublishHwTableMountInfo();
 
    /// Takes the table down: its rows are cleared, its handles stay valid and inert. A second call does
    /// nothing.
@@ -43,6 +48,10 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
    void writeResponseSmIs(SwTable* table);
    void writeResponseSmDel();
 
+   /// Whether entries wait for the chip's answers; off, an entry completes with the write of its row.
+   bool responseEnabled() const { return responseEnabled_; }
+   void responseEnabledIs(bool enabled) { responseEnabled_ = enabled; }
+
  protected:
    explicit SwTable(Pelm::String name);
    ~SwTable() override;
@@ -53,6 +62,8 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
    /// The hardware table's name beneath its unit, and the table's own util for it.
    /// A table that writes no rows itself has neither.
    virtual Pelm::String hwTableName() const { return {}; }
+   /// The full name of the table's type.
+   virtual Pelm::String tableType() const { return {}; }
    virtual void utilIs(Nuv::Ptr<HwTable> const&) {}
    virtual HwTable* hwTable() const { return nullptr; }
 
@@ -60,6 +71,10 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
 
  private:
    ChipInfo chipInfo_;
+   bool responseEnabled_{true};
+   UnitId unit_{};
+   // Held until it is published: entities may hold tables, so no longer than that.
+   Nuv::Ptr<Kallo::EntityManager> publishIn_;
    Nuv::Ptr<WriteResponseSm> writeResponseSm_;
 };
 
@@ -78,7 +93,7 @@ class ZANDOR_EXPORT SwBlockTable : public SwTable {
 /// The handle of one entry of a software table.
 ///
 /// A handle that its table holds (`unset`, `committed`, `inDeletion`) points back at the table plainly; one
-/// that only its users hold (`referenceOnly`) keeps the table alive.
+/// that only its users hold (`referenceOnly`, not mapped) keeps the table alive.
 class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
  public:
    enum class EntryType : std::uint8_t { unset = 0, referenceOnly = 1, committed = 2, inDeletion = 3 };
@@ -95,16 +110,26 @@ class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
    EntryState resolvedEntryState() const { return tableBytes_.resolvedEntryState; }
    void resolvedEntryStateIs(EntryState);
 
+   /// Whether the table holds the handle for another key, too: it does not keep its table alive then.
+   bool isMapped() const { return tableBytes_.isMapped; }
+   void isMappedIs(bool mapped);
+
    /// The table, null once the handle has left it.
    SwTable* swTable() const { return swTable_; }
    /// The handle leaves its table, and lets it go if it kept it alive. Its observers hear of it.
    void swTableDel();
 
-   /// The chip has confirmed a row that this handle's entry wrote.
-   virtual void handleRowConfirmed() = 0;
+   /// The chip has confirmed the row that this handle's entry wrote last, or has refused it.
+   virtual void handleRowConfirmed() {}
+   virtual void handleRowRefused() {}
+   /// The chip has cleared the row that this handle's entry had, or somebody else has the row now.
+   virtual void handleRowDeleted() {}
 
    /// Whether the table wants the handle's value in hardware.
    bool isResolved() const { return tableBytes_.isResolved; }
+
+   /// Whether the chip refused the row of that value: its predecessor, if any, is in force.
+   bool isRowRefused() const { return tableBytes_.isRowRefused; }
 
    /// Counts, modulo 256, the writes and removals of the entry: who announces compares it before and after,
    /// and stops where somebody else was faster.
@@ -118,11 +143,17 @@ class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
    virtual void cleanup() = 0;
    virtual void handleResolvedEntryState() {}
 
+   bool keepsTableAlive() const { return swTable_ && entryType() == referenceOnly() && !isMapped(); }
+
    void isResolvedIs(bool resolved) { tableBytes_.isResolved = resolved; }
+   void isRowRefusedIs(bool refused) { tableBytes_.isRowRefused = refused; }
    void writeIs() { ++tableBytes_.writes; }
    void onZeroReferences() override { cleanup(); }
 
  private:
+   template <class Change>
+   void changeHold(Change&& change);
+
    SwTable* swTable_;
 };
 

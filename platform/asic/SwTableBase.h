@@ -7,6 +7,8 @@
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
 
+#include <functional>
+
 namespace Asic {
 
 /// What every software table is: a named thing with entries, whose users hold handles on them.
@@ -29,6 +31,9 @@ class ZANDOR_EXPORT SwTableBase : public Nuv::Object {
    static constexpr EntryState failed() { return EntryState::failed; }
 
    class EntryHandle;
+
+   /// What a user gives with a write, to hear how far the entry comes.
+   using ResponseFunction = std::function<void(EntryState)>;
 
    Pelm::String const& tblName() const { return name_; }
 
@@ -106,13 +111,18 @@ class ZANDOR_EXPORT SwTableBase::EntryHandle : public Nuv::Object {
    struct TableBytes {
       std::uint8_t entryType{};
       EntryState resolvedEntryState{};
-      bool isResolved{};
+      bool isResolved : 1 = false;
+      bool isRowRefused : 1 = false;
+      bool isMapped : 1 = false;
       std::uint8_t writes{};
    };
    TableBytes tableBytes_;
 
    /// Tells the observers that the handle has left its table.
    void announceSwTable();
+
+   /// The handle has no observers any more. They hear nothing of it.
+   void notifieeDelAll() { notifieeList_.clear(); }
 
  private:
    template <class Tell>

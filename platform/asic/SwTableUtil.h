@@ -1,6 +1,9 @@
 #pragma once
 
 #include "platform/asic/HwTable.h"
+#include "platform/asic/HwTableMountInfo.h"
+#include "platform/asic/HwTableRecoverGroup.h"
+#include "platform/kallo/MountGroup.h"
 #include "platform/nuv/Export.h"
 
 #include <span>
@@ -11,7 +14,24 @@ namespace Asic {
 /// chip.
 class ZANDOR_EXPORT SwTable::Util : public Nuv::Object {
  public:
+   /// Adds to `group` the mount of what is published of the hardware tables that software tables of type
+   /// `tableType` use.
+   static void doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group,
+                                       Pelm::String const& tableType);
+
+   /// Mounts the hardware table `hwTableName` of the chip `unit` and adds it to `group`; does nothing when
+   /// the chip has none of that name. Of the chip's description nothing else is needed.
+   static void doRecoverHwTable(Nuv::Ptr<HwTableRecoverGroup> const& group, UnitId unit,
+                                Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo,
+                                Pelm::String const& hwTableName);
+
    HwTable& hwTable() const { return *hwTable_; }
+
+   /// The index of the row that dependants of the entry name.
+   virtual Index getHwIndex(EntryHandle const& handle) const { return handle.hwEntryIndex(); }
+
+   /// Whether no other table writes rows of this hardware table.
+   virtual bool isExclusivelyOwnedTable() const { return true; }
 
    /// Clears the row at `index`, unless somebody else wrote it since.
    void hwEntryDel(Index index, EntryHandle const& owner, SwTable* table) const {

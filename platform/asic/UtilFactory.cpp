@@ -1,5 +1,6 @@
 #include "platform/asic/UtilFactory.h"
 
+#include <algorithm>
 #include <mutex>
 
 namespace Asic {
@@ -33,13 +34,18 @@ UtilFactory::~UtilFactory() {
 
 Nuv::Ptr<SwTable::Util>
 UtilFactory::utilFor(Pelm::StringView tableType, Nuv::Ptr<HwTable> const& table) {
-   std::lock_guard lock(registry().mutex);
-   for (auto const* factory : registry().factories) {
-      if (factory->tableType_ == tableType && factory->layout_ == table->shape().layout) {
-         return factory->make_(table);
+   Make make;
+   {
+      std::lock_guard lock(registry().mutex);
+      auto const& factories = registry().factories;
+      auto found = std::find_if(factories.begin(), factories.end(), [&](UtilFactory const* factory) {
+         return factory->tableType_ == tableType && factory->layout_ == table->shape().layout;
+      });
+      if (found != factories.end()) {
+         make = (*found)->make_;
       }
    }
-   return nullptr;
+   return make ? make(table) : nullptr;
 }
 
 } // namespace Asic

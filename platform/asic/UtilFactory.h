@@ -11,7 +11,8 @@ namespace Asic {
 /// so a plug-in needs just one of them as a static object.
 class ZANDOR_EXPORT UtilFactory {
  public:
-   /// `make` is given a hardware table whose rows have the layout `layout`.
+   /// `make` is given a hardware table whose rows have the layout `layout`. It may make and end factories,
+   /// its own included; the library that its code lies in has to stay.
    using Make = std::function<Nuv::Ptr<SwTable::Util>(Nuv::Ptr<HwTable> const&)>;
 
    UtilFactory(Pelm::String tableType, Pelm::String layout, Make make);

@@ -5,9 +5,15 @@
 namespace Asic {
 
 void
-WriteResponseSm::handleWriteResponse(SwTableBase::EntryHandle& owner) {
-   if (hasNotificationActive()) {
-      static_cast<SwTable::EntryHandle&>(owner).handleRowConfirmed();
+WriteResponseSm::handleWriteResponse(SwTableBase::EntryHandle& owner, RowAnswer answer) {
+   if (!hasNotificationActive()) {
+      return;
+   }
+   auto& handle = static_cast<SwTable::EntryHandle&>(owner);
+   if (answer == RowAnswer::confirmed) {
+      handle.handleRowConfirmed();
+   } else {
+      handle.handleRowRefused();
    }
 }
 

@@ -7,6 +7,9 @@ namespace Asic {
 
 class SwTable;
 
+/// What the chip said to a row.
+enum class ZANDOR_EXPORT RowAnswer : std::uint8_t { confirmed, refused };
+
 /// The reaction through which the chip's answers reach the entries of a table. A table without one hears
 /// none.
 class ZANDOR_EXPORT WriteResponseSm : public Nuv::Object {
@@ -15,8 +18,8 @@ class ZANDOR_EXPORT WriteResponseSm : public Nuv::Object {
 
    SwTable* swTable() const { return swTable_; }
 
-   /// The chip has confirmed a row, the newest one that `owner` wrote at its index.
-   void handleWriteResponse(SwTableBase::EntryHandle& owner);
+   /// The chip has answered a row, the newest one that `owner` wrote at its index.
+   void handleWriteResponse(SwTableBase::EntryHandle& owner, RowAnswer answer);
 
  private:
    SwTable* swTable_;

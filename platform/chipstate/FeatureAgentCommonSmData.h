@@ -1,15 +1,12 @@
 #pragma once
 
-#include "platform/asic/ChipInfo.h"
+#include "platform/asic/Index.h"
 #include "platform/nuv/Export.h"
 #include "platform/nuv/Ptr.h"
 
 #include <vector>
 
 namespace ZandorCentral {
-
-/// What the agent knows of one chip.
-struct ZANDOR_EXPORT ChipInfo : Asic::ChipInfo {};
 
 /// One of the logical modules that a chip is made of.
 struct ZANDOR_EXPORT LogicalModInfo {

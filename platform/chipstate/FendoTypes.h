@@ -4,6 +4,7 @@
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
+#include "platform/trace/Raw.h"
 
 #include <array>
 #include <compare>
@@ -23,6 +24,9 @@ struct ZANDOR_EXPORT EthAddr {
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
    friend auto operator<=>(EthAddr const&, EthAddr const&) = default;
    friend ZANDOR_EXPORT void appendText(Pelm::String& out, EthAddr const&);
+   friend Trace::Raw<Trace::Kind::ethernetAddress> rawForTrace(EthAddr const& address) {
+      return {address.value()};
+   }
    /// Reads six pairs of hexadecimal digits, in either case, between colons.
    friend ZANDOR_EXPORT void parseText(Nuv::TextRange& range, EthAddr& address);
 };

@@ -5,6 +5,9 @@ namespace ZandorL3Common {
 namespace {
 
 Nuv::Module const module("L3EcmpMember1SharedAllocator");
+Nuv::RegisteredClass<L3EcmpMember1SharedAllocator> const allocatorType(module, [](Pelm::String const& name) {
+   return Nuv::Ptr<Nuv::Object>(Nuv::make<L3EcmpMember1SharedAllocator>(name));
+});
 
 } // namespace
 

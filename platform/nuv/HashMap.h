@@ -107,6 +107,7 @@ class ZANDOR_EXPORT HashMap {
       auto [entry, isNew] = table_.insert(std::move(fresh));
       if (!isNew) {
          using std::swap;
+         // The table leaves alone what it does not take. NOLINTNEXTLINE(bugprone-use-after-move)
          swap(entry->value(), fresh.value());
       }
       return isNew;

@@ -6,10 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <new>
-#include <optional>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -185,11 +183,15 @@ class ZANDOR_EXPORT HashTable {
    Cursor<false> iterator() { return Cursor<false>(*this); }
    Cursor<true> iterator() const { return Cursor<true>(*this); }
 
+   /// The same at the slot with that key; at the end when there is none.
+   Cursor<false> iterator(Key const& key) { return Cursor<false>(*this, key); }
+   Cursor<true> iterator(Key const& key) const { return Cursor<true>(*this, key); }
+
    /// Plain iteration in the table's order, for loops that do not change the table.
-   Position<false> begin() { return Position<false>(store_, nextTaken(0)); }
-   Position<false> end() { return Position<false>(store_, store_.capacity); }
-   Position<true> begin() const { return Position<true>(store_, nextTaken(0)); }
-   Position<true> end() const { return Position<true>(store_, store_.capacity); }
+   Position<false> begin() { return Position<false>::first(store_); }
+   Position<false> end() { return Position<false>(store_); }
+   Position<true> begin() const { return Position<true>::first(store_); }
+   Position<true> end() const { return Position<true>(store_); }
 
    /// Whether both hold equal slots.
    friend bool operator==(HashTable const& left, HashTable const& right) {
@@ -382,126 +384,6 @@ class ZANDOR_EXPORT HashTable {
    std::uint64_t changes_ = 0;
 };
 
-/// A forward iterator; any change of the table invalidates it.
-template <class Traits>
-template <bool isConst>
-class ZANDOR_EXPORT HashTable<Traits>::Position {
- public:
-   using iterator_category = std::forward_iterator_tag;
-   using value_type = Slot;
-   using difference_type = std::ptrdiff_t;
-   using pointer = std::conditional_t<isConst, Slot const*, Slot*>;
-   using reference = std::conditional_t<isConst, Slot const&, Slot&>;
-
-   Position() = default;
-
-   reference operator*() const { return slots_[at_]; }
-   pointer operator->() const { return slots_ + at_; }
-
-   Position& operator++() {
-      do {
-         ++at_;
-      } while (at_ < capacity_ && hashes_[at_] == 0);
-      return *this;
-   }
-   Position operator++(int) {
-      Position before = *this;
-      ++*this;
-      return before;
-   }
-
-   bool operator==(Position const& other) const { return at_ == other.at_; }
-
- private:
-   friend class HashTable;
-
-   Position(Storage const& store, std::uint32_t at)
-       : slots_(store.slots), hashes_(store.hashes), at_(at), capacity_(store.capacity) {}
-
-   pointer slots_ = nullptr;
-   std::uint32_t const* hashes_ = nullptr;
-   std::uint32_t at_ = 0;
-   std::uint32_t capacity_ = 0;
-};
-
-/// A cursor: its place is a hash and a copy of a key, so it goes on from there whatever was inserted, erased
-/// or cleared meanwhile. It meets every element that is there from its first step to its last exactly once,
-/// and never goes back.
-///
-/// When the element at its place has been erased, the cursor is true as long as a greater one is there;
-/// reading it then moves its place to that element, and ++ without reading goes to that element too. Once ++
-/// has gone past the last element, the cursor stays at the end for good.
-template <class Traits>
-template <bool isConst>
-class ZANDOR_EXPORT HashTable<Traits>::Cursor {
- public:
-   using Table = std::conditional_t<isConst, HashTable const, HashTable>;
-   using Element = std::conditional_t<isConst, Slot const, Slot>;
-
-   explicit Cursor(Table& table) : table_(&table), changes_(table.changes_) { arriveAt(table.nextTaken(0)); }
-
-   /// Whether there is an element to read.
-   explicit operator bool() const {
-      if (!key_) {
-         return false;
-      }
-      catchUp();
-      return at_ < table_->store_.capacity;
-   }
-
-   /// The element; only while the cursor is true.
-   Element& operator*() const {
-      catchUp();
-      if (!exact_) {
-         arriveAt(at_);
-      }
-      return table_->store_.slots[at_];
-   }
-   Element* operator->() const { return &**this; }
-
-   /// Goes to the next greater element, or to the end. At the end, stays there.
-   Cursor& operator++() {
-      if (key_) {
-         catchUp();
-         arriveAt(exact_ ? table_->nextTaken(at_ + 1) : at_);
-      }
-      return *this;
-   }
-
- private:
-   void catchUp() const {
-      if (changes_ == table_->changes_) {
-         return;
-      }
-      auto [at, found] = table_->seek(hash_, *key_);
-      at_ = found ? at : table_->nextTaken(at);
-      exact_ = found;
-      changes_ = table_->changes_;
-   }
-
-   void arriveAt(std::uint32_t at) const {
-      if (at >= table_->store_.capacity) {
-         key_.reset();
-         return;
-      }
-      Key const& key = Traits::key(table_->store_.slots[at]);
-      if constexpr (std::is_copy_assignable_v<Key>) {
-         key_ = key;
-      } else {
-         key_.emplace(key);
-      }
-      hash_ = table_->store_.hashes[at];
-      at_ = at;
-      exact_ = true;
-   }
-
-   Table* table_;
-   mutable std::uint64_t changes_;
-   mutable std::uint32_t at_ = 0;
-   mutable std::uint32_t hash_ = 0;
-   // Whether the element at at_ is that of the place, rather than the next greater one.
-   mutable bool exact_ = false;
-   mutable std::optional<Key> key_;
-};
-
 } // namespace Nuv
+
+#include "platform/nuv/HashTableIterators.h"

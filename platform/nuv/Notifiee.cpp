@@ -49,6 +49,13 @@ NotifieeListBase::add(Notifiee& notifiee) {
    body_->last = &notifiee;
 }
 
+void
+NotifieeListBase::clear() {
+   while (!empty()) {
+      first()->leave();
+   }
+}
+
 NotifieeListBase::~NotifieeListBase() {
    Notifiee::Body* body = body_;
    if (!body) {

@@ -47,6 +47,9 @@ class ZANDOR_EXPORT NotifieeListBase {
 
    bool empty() const { return body_ == nullptr || first() == nullptr; }
 
+   /// Everybody leaves.
+   void clear();
+
  protected:
    void add(Notifiee&);
 

@@ -17,10 +17,22 @@ struct ZANDOR_EXPORT NuvType {
    bool (*less)(void const*, void const*);
    void* (*copy)(void const*);
    void (*destroy)(void*);
+   std::uint32_t (*size)(void const*); ///< null for values that have no `size()`
 
    // Each library has its own copy of a descriptor, so the name decides.
    friend bool operator==(NuvType const& a, NuvType const& b) { return &a == &b || a.name == b.name; }
 };
+
+/// How the size of a `V` is asked for; null when it has none.
+template <class V>
+constexpr auto
+sizeFunction() -> std::uint32_t (*)(void const*) {
+   if constexpr (requires(V const& value) { std::uint32_t(value.size()); }) {
+      return [](void const* value) { return std::uint32_t(static_cast<V const*>(value)->size()); };
+   } else {
+      return nullptr;
+   }
+}
 
 /// The descriptor of `V`, a value type with a static `typeName`.
 template <class V>
@@ -32,7 +44,8 @@ nuvType() {
          [](void const* a, void const* b) { return *static_cast<V const*>(a) == *static_cast<V const*>(b); },
          [](void const* a, void const* b) { return *static_cast<V const*>(a) < *static_cast<V const*>(b); },
          [](void const* value) -> void* { return new V(*static_cast<V const*>(value)); },
-         [](void* value) { delete static_cast<V*>(value); }};
+         [](void* value) { delete static_cast<V*>(value); },
+         sizeFunction<V>()};
    return type;
 }
 

@@ -5,11 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <iostream>
-#include <map>
+#include <array>
 #include <optional>
-#include <random>
-#include <string>
+#include <vector>
 
 namespace Asic {
 namespace {
@@ -19,20 +17,20 @@ class AnySizedBlockAllocatorTest : public testing::Test {
    AnySizedBlockAllocatorTest() { allocator->numEntriesIs(10); }
 
    Index runFor(std::uint32_t number, Index length) {
-      NumberKey key(number);
-      return allocator->newIndexForBlock(Nuv::nuvType<NumberKey>(), &key, length);
+      BlockKey key(number, length);
+      return allocator->newIndexForBlock(Nuv::nuvType<BlockKey>(), &key);
    }
    Index held(std::uint32_t number) const {
-      NumberKey key(number);
-      return allocator->indexForKey(Nuv::nuvType<NumberKey>(), &key);
+      BlockKey key(number, 0);
+      return allocator->indexForKey(Nuv::nuvType<BlockKey>(), &key);
    }
    bool release(std::uint32_t number) {
-      NumberKey key(number);
-      return allocator->releaseIndexForKey(Nuv::nuvType<NumberKey>(), &key);
+      BlockKey key(number, 0);
+      return allocator->releaseIndexForKey(Nuv::nuvType<BlockKey>(), &key);
    }
    std::optional<std::uint32_t> keyAt(Index index) const {
       auto key = allocator->keyForIndex(index);
-      return key.type ? std::optional(static_cast<NumberKey const*>(key.value)->number) : std::nullopt;
+      return key ? std::optional(static_cast<BlockKey const*>(key.value)->number) : std::nullopt;
    }
 
    Nuv::Ptr<AnySizedBlockAllocator> allocator = Nuv::make<AnySizedBlockAllocator>("Test");
@@ -104,12 +102,22 @@ TEST_F(AnySizedBlockAllocatorTest, AnEmptyRunIsGrantedWhenAllIsTaken) {
    EXPECT_EQ(runFor(2, 1), invalidIndex);
 }
 
-TEST_F(AnySizedBlockAllocatorTest, SaysWhichBlockBeginsAtAnIndex) {
+TEST_F(AnySizedBlockAllocatorTest, SaysWhichBlockHoldsAnIndex) {
    runFor(1, 2);
    runFor(2, 3);
+   runFor(3, 1);
    EXPECT_EQ(keyAt(0), 1u);
-   EXPECT_EQ(keyAt(1), std::nullopt);
+   EXPECT_EQ(keyAt(1), 1u);
    EXPECT_EQ(keyAt(2), 2u);
+   EXPECT_EQ(keyAt(4), 2u);
+   EXPECT_EQ(keyAt(5), 3u);
+   EXPECT_EQ(keyAt(6), std::nullopt);
+   auto holding = allocator->holdingAt(4);
+   EXPECT_EQ(holding.base, 2u);
+   EXPECT_EQ(holding.length, 3u);
+   release(2);
+   EXPECT_EQ(keyAt(4), std::nullopt);
+   EXPECT_EQ(allocator->holdingAt(4).base, invalidIndex);
    EXPECT_EQ(keyAt(9), std::nullopt);
    EXPECT_EQ(keyAt(invalidIndex), std::nullopt);
 }
@@ -118,7 +126,7 @@ TEST_F(AnySizedBlockAllocatorTest, BlocksAreCopied) {
    auto before = LivingKey::living;
    {
       LivingKey key(1);
-      allocator->newIndexForBlock(Nuv::nuvType<LivingKey>(), &key, 3);
+      allocator->newIndexForBlock(Nuv::nuvType<LivingKey>(), &key);
       key.number = 2;
       EXPECT_EQ(allocator->indexForKey(Nuv::nuvType<LivingKey>(), &key), invalidIndex);
       key.number = 1;
@@ -138,58 +146,84 @@ TEST_F(AnySizedBlockAllocatorTest, GrowsWithoutMovingAnybody) {
    EXPECT_EQ(allocator->free(), 0u);
 }
 
-TEST_F(AnySizedBlockAllocatorTest, RandomUseGivesWhatAPlainModelGives) {
-   struct Run {
-      Index base;
-      Index length;
-   };
-   for (std::uint32_t seed : {1u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
-      std::mt19937 random(seed);
-      allocator = Nuv::make<AnySizedBlockAllocator>("Random");
-      std::string rows;
-      std::map<std::uint32_t, Run> model;
-      for (int step = 0; step < 5000; ++step) {
-         std::uint32_t key = random() % 60;
-         auto dice = random() % 100;
-         if (dice < 55) {
-            Index length = model.contains(key) ? model[key].length : random() % 9;
-            auto expected = invalidIndex;
-            if (model.contains(key)) {
-               expected = model[key].base;
-            } else if (auto place = rows.find(std::string(length, '.')); length == 0) {
-               expected = 0;
-            } else if (place != std::string::npos) {
-               expected = Index(place);
-               model[key] = {expected, length};
-               std::fill_n(rows.begin() + expected, length, 'x');
-            }
-            ASSERT_EQ(runFor(key, length), expected);
-         } else if (dice < 98) {
-            ASSERT_EQ(release(key), model.contains(key));
-            if (model.contains(key)) {
-               std::fill_n(rows.begin() + model[key].base, model[key].length, '.');
-               model.erase(key);
-            }
-         } else if (rows.size() < 150) {
-            rows.resize(rows.size() + random() % 30, '.');
-            allocator->numEntriesIs(Index(rows.size()));
-         }
-         ASSERT_EQ(allocator->used(), std::count(rows.begin(), rows.end(), 'x'));
-         ASSERT_EQ(allocator->holders(), model.size());
-         for (auto const& [each, run] : model) {
-            ASSERT_EQ(held(each), run.base);
-            ASSERT_EQ(keyAt(run.base), each);
-         }
-      }
+TEST_F(AnySizedBlockAllocatorTest, ListsWhatIsHeldInTheOrderOfIndices) {
+   runFor(7, 2);
+   runFor(5, 3);
+   runFor(6, 1);
+   release(7);
+   runFor(9, 1);
+   std::vector<std::array<std::uint32_t, 3>> all;
+   for (auto const& holding : allocator->holdings()) {
+      all.push_back({static_cast<BlockKey const*>(holding.key.value)->number, holding.base, holding.length});
    }
+   using Held = std::array<std::uint32_t, 3>;
+   EXPECT_THAT(all, testing::ElementsAre(Held{9, 0, 1}, Held{5, 2, 3}, Held{6, 5, 1}));
 }
 
-TEST(AnySizedBlockAllocatorDeathTest, NeverShrinks) {
+TEST_F(AnySizedBlockAllocatorTest, CountsFreeRunsAndTheMostThatWasInUse) {
+   EXPECT_EQ(allocator->freeRuns(), 1u);
+   runFor(1, 2);
+   runFor(2, 2);
+   runFor(3, 2);
+   release(1);
+   EXPECT_EQ(allocator->freeRuns(), 2u);
+   EXPECT_EQ(allocator->largestFreeRun(), 4u);
+   release(2);
+   EXPECT_EQ(allocator->freeRuns(), 2u);
+   release(3);
+   EXPECT_EQ(allocator->freeRuns(), 1u);
+   EXPECT_EQ(allocator->used(), 0u);
+   EXPECT_EQ(allocator->reserved(), 0u);
+   EXPECT_EQ(allocator->highWaterMark(), 6u);
+   runFor(4, 10);
+   EXPECT_EQ(allocator->freeRuns(), 0u);
+   EXPECT_EQ(allocator->highWaterMark(), 10u);
+}
+
+TEST_F(AnySizedBlockAllocatorTest, RunsMayBeReleasedInEveryOrder) {
+   std::array<Index, 5> const lengths{1, 1, 2, 3, 3};
+   std::array<std::uint32_t, 5> order{0, 1, 2, 3, 4};
+   do {
+      Index next = 0;
+      for (std::uint32_t key = 0; key < lengths.size(); ++key) {
+         ASSERT_EQ(runFor(key, lengths[key]), next);
+         next += lengths[key];
+      }
+      ASSERT_EQ(allocator->free(), 0u);
+      for (auto key : order) {
+         ASSERT_TRUE(release(key));
+      }
+      ASSERT_EQ(allocator->largestFreeRun(), 10u);
+      ASSERT_EQ(allocator->freeRuns(), 1u);
+      ASSERT_EQ(allocator->holders(), 0u);
+   } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST_F(AnySizedBlockAllocatorTest, ShrinksDownToWhatIsHeld) {
+   runFor(1, 2);
+   runFor(2, 3);
+   release(1);
+   allocator->numEntriesIs(5);
+   EXPECT_EQ(allocator->free(), 2u);
+   EXPECT_EQ(runFor(3, 3), invalidIndex);
+   EXPECT_EQ(runFor(3, 2), 0u);
+   EXPECT_EQ(held(2), 2u);
+   allocator->numEntriesIs(8);
+   EXPECT_EQ(runFor(4, 3), 5u);
+}
+
+TEST(AnySizedBlockAllocatorDeathTest, NeverShrinksBelowWhatIsHeld) {
    auto allocator = Nuv::make<AnySizedBlockAllocator>("TheAllocator");
-   allocator->numEntriesIs(4);
-   EXPECT_DEATH(allocator->numEntriesIs(3), "number >= numEntries_.*TheAllocator");
+   allocator->numEntriesIs(9);
+   BlockKey key(1, 4);
+   allocator->newIndexForBlock(Nuv::nuvType<BlockKey>(), &key);
+   EXPECT_DEATH(allocator->numEntriesIs(3), "number >= heldEnd\\(\\).*TheAllocator");
+}
+
+TEST(AnySizedBlockAllocatorDeathTest, RefusesKeysThatHaveNoSize) {
+   auto allocator = Nuv::make<AnySizedBlockAllocator>("TheAllocator");
+   NumberKey key(1);
+   EXPECT_DEATH(allocator->newIndexForBlock(Nuv::nuvType<NumberKey>(), &key), "type.size.*Test::NumberKey");
 }
 
 } // namespace

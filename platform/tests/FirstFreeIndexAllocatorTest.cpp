@@ -4,11 +4,9 @@
 
 #include <gmock/gmock.h>
 
-#include <iostream>
-#include <map>
+#include <algorithm>
 #include <optional>
-#include <random>
-#include <set>
+#include <vector>
 
 namespace Asic {
 namespace {
@@ -24,6 +22,14 @@ class FirstFreeIndexAllocatorTest : public testing::Test {
    Index held(std::uint32_t number) const {
       NumberKey key(number);
       return allocator->indexForKey(Nuv::nuvType<NumberKey>(), &key);
+   }
+   bool request(Index index, std::uint32_t number) {
+      NumberKey key(number);
+      return allocator->requestIndexForKey(index, Nuv::nuvType<NumberKey>(), &key);
+   }
+   GenericIndexAllocator::Key getKey(std::uint32_t number) const {
+      NumberKey key(number);
+      return allocator->getKey(Nuv::nuvType<NumberKey>(), &key);
    }
    bool release(std::uint32_t number) {
       NumberKey key(number);
@@ -208,63 +214,147 @@ TEST_F(FirstFreeIndexAllocatorTest, IsInitializedWhenItIsToldSo) {
    EXPECT_TRUE(allocator->initialized());
 }
 
-TEST_F(FirstFreeIndexAllocatorTest, RandomUseGivesWhatAPlainModelGives) {
-   for (std::uint32_t seed : {1u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
-      std::mt19937 random(seed);
-      allocator = Nuv::make<FirstFreeIndexAllocator>("Random");
-      std::map<std::uint32_t, Index> model;
-      std::set<Index> free;
-      std::set<Index> reserved;
-      Index size = 0;
-      for (int step = 0; step < 5000; ++step) {
-         std::uint32_t key = random() % 120;
-         auto dice = random() % 100;
-         if (dice < 50) {
-            auto expected = model.contains(key) ? model[key] : free.empty() ? invalidIndex : *free.begin();
-            ASSERT_EQ(indexFor(key), expected);
-            if (expected != invalidIndex) {
-               model[key] = expected;
-               free.erase(expected);
-            }
-         } else if (dice < 97) {
-            ASSERT_EQ(release(key), model.contains(key));
-            if (model.contains(key) && !reserved.contains(model[key])) {
-               free.insert(model[key]);
-            }
-            model.erase(key);
-         } else if (dice < 98) {
-            Index first = random() % 90;
-            Index second = first + random() % 3;
-            allocator->reserveIndices(first, second);
-            for (auto index = first; index < second; ++index) {
-               reserved.insert(index);
-               free.erase(index);
-            }
-         } else if (size < 90) {
-            auto next = size + random() % 20;
-            allocator->numEntriesIs(next);
-            for (; size < next; ++size) {
-               if (!reserved.contains(size)) {
-                  free.insert(size);
-               }
-            }
-         }
-         ASSERT_EQ(allocator->free(), free.size());
-         ASSERT_EQ(allocator->holders(), model.size());
-         for (auto const& [each, index] : model) {
-            ASSERT_EQ(held(each), index);
-            ASSERT_EQ(keyAt(index), each);
-         }
-      }
-   }
+TEST_F(FirstFreeIndexAllocatorTest, GivesTheIndexThatIsRequested) {
+   EXPECT_TRUE(request(2, 10));
+   EXPECT_EQ(held(10), 2u);
+   EXPECT_EQ(keyAt(2), 10u);
+   EXPECT_EQ(allocator->used(), 1u);
+   EXPECT_EQ(indexFor(11), 0u);
+   EXPECT_EQ(indexFor(12), 1u);
+   EXPECT_EQ(indexFor(13), 3u);
+   EXPECT_TRUE(release(10));
+   EXPECT_EQ(indexFor(14), 2u);
 }
 
-TEST(FirstFreeIndexAllocatorDeathTest, NeverShrinks) {
+TEST_F(FirstFreeIndexAllocatorTest, RequestingTheIndexThatIsHeldIsGrantedAgain) {
+   EXPECT_TRUE(request(2, 10));
+   EXPECT_TRUE(request(2, 10));
+   allocator->reserveIndices(2, 3);
+   EXPECT_TRUE(request(2, 10));
+   EXPECT_TRUE(release(10));
+   EXPECT_FALSE(release(10));
+   EXPECT_FALSE(request(2, 10));
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, RefusesARequestForATakenIndex) {
+   EXPECT_EQ(indexFor(10), 0u);
+   EXPECT_FALSE(request(0, 11));
+   EXPECT_EQ(held(11), invalidIndex);
+   EXPECT_EQ(keyAt(0), 10u);
+   EXPECT_EQ(allocator->holders(), 1u);
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, RefusesARequestForAReservedIndexOrOneThatIsNotThere) {
+   allocator->reserveIndices(1, 2);
+   EXPECT_FALSE(request(1, 10));
+   EXPECT_FALSE(request(4, 10));
+   EXPECT_FALSE(request(invalidIndex, 10));
+   EXPECT_EQ(held(10), invalidIndex);
+   EXPECT_EQ(allocator->used(), 1u);
+   EXPECT_EQ(allocator->holders(), 0u);
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, RefusesARequestOfAKeyThatHoldsAnother) {
+   EXPECT_EQ(indexFor(10), 0u);
+   EXPECT_FALSE(request(1, 10));
+   EXPECT_EQ(held(10), 0u);
+   EXPECT_EQ(keyAt(1), std::nullopt);
+   EXPECT_EQ(allocator->used(), 1u);
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, SaysWhatIsUsedFreeReservedAndWasUsedAtMost) {
+   allocator->numEntriesIs(10);
+   allocator->reserveIndices(0, 1);
+   allocator->reserveIndices(4, 6);
+   EXPECT_EQ(allocator->reserved(), 3u);
+   EXPECT_EQ(allocator->used(), 3u);
+   EXPECT_EQ(allocator->free(), 7u);
+   EXPECT_EQ(allocator->freeRuns(), 2u);
+   EXPECT_EQ(allocator->largestFreeRun(), 4u);
+   indexFor(1);
+   indexFor(2);
+   EXPECT_EQ(allocator->highWaterMark(), 5u);
+   EXPECT_EQ(allocator->freeRuns(), 2u);
+   release(1);
+   EXPECT_EQ(allocator->freeRuns(), 3u);
+   release(2);
+   EXPECT_EQ(allocator->used(), 3u);
+   EXPECT_EQ(allocator->highWaterMark(), 5u);
+   allocator->reserveIndices(3, 40);
+   EXPECT_EQ(allocator->reserved(), 8u);
+   EXPECT_EQ(allocator->largestFreeRun(), 2u);
+   EXPECT_EQ(allocator->highWaterMark(), 8u);
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, ListsWhatIsHeldInTheOrderOfIndices) {
+   allocator->reserveIndices(1, 2);
+   indexFor(12);
+   indexFor(11);
+   indexFor(10);
+   release(11);
+   std::vector<std::pair<std::uint32_t, Index>> all;
+   for (auto const& holding : allocator->holdings()) {
+      all.emplace_back(static_cast<NumberKey const*>(holding.key.value)->number, holding.base);
+      EXPECT_EQ(holding.length, 1u);
+   }
+   EXPECT_THAT(all, testing::ElementsAre(std::pair(12u, 0u), std::pair(10u, 3u)));
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, HandsOutItsOwnCopyOfAKey) {
+   EXPECT_FALSE(getKey(10));
+   indexFor(10);
+   auto key = getKey(10);
+   ASSERT_TRUE(key);
+   EXPECT_EQ(key.value, allocator->keyForIndex(0).value);
+   EXPECT_EQ(static_cast<NumberKey const*>(key.value)->number, 10u);
+   EXPECT_TRUE(allocator->canReleaseIndex(key, nullptr));
+   EXPECT_FALSE(allocator->canReleaseIndex({}, nullptr));
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, IndicesMayBeReleasedInEveryOrder) {
+   std::vector<std::uint32_t> order{0, 1, 2, 3};
+   do {
+      for (std::uint32_t key = 0; key < 4; ++key) {
+         ASSERT_EQ(indexFor(key), key);
+      }
+      auto lowest = invalidIndex;
+      for (auto key : order) {
+         ASSERT_TRUE(release(key));
+         lowest = std::min(lowest, key);
+         ASSERT_EQ(indexFor(9), lowest);
+         ASSERT_TRUE(release(9));
+      }
+      ASSERT_EQ(allocator->free(), 4u);
+      ASSERT_EQ(allocator->freeRuns(), 1u);
+   } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST_F(FirstFreeIndexAllocatorTest, ShrinksDownToWhatIsHeldAndKeepsItsReservations) {
+   allocator->reserveIndices(1, 4);
+   indexFor(10);
+   allocator->numEntriesIs(2);
+   EXPECT_EQ(allocator->used(), 2u);
+   EXPECT_EQ(allocator->reserved(), 1u);
+   EXPECT_EQ(indexFor(11), invalidIndex);
+   allocator->numEntriesIs(6);
+   EXPECT_EQ(allocator->reserved(), 3u);
+   EXPECT_EQ(indexFor(11), 4u);
+}
+
+TEST(FirstFreeIndexAllocatorDeathTest, NeverShrinksBelowWhatIsHeld) {
    auto allocator = Nuv::make<FirstFreeIndexAllocator>("TheAllocator");
-   allocator->numEntriesIs(4);
-   EXPECT_DEATH(allocator->numEntriesIs(3), "number >= numEntries_.*TheAllocator");
+   allocator->numEntriesIs(9);
+   NumberKey key(1);
+   allocator->requestIndexForKey(5, Nuv::nuvType<NumberKey>(), &key);
+   allocator->numEntriesIs(6);
+   EXPECT_DEATH(allocator->numEntriesIs(5), "number >= heldEnd\\(\\).*TheAllocator");
+}
+
+TEST(FirstFreeIndexAllocatorDeathTest, ReleaseFromATableNeedsATable) {
+   auto allocator = Nuv::make<FirstFreeIndexAllocator>("TheAllocator");
+   NumberKey key(1);
+   EXPECT_DEATH(allocator->releaseIndexFromTable(Nuv::nuvType<NumberKey>(), &key, nullptr),
+                "SwTableAccessor.*table.*TheAllocator");
 }
 
 } // namespace

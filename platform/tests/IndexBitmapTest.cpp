@@ -1,8 +1,10 @@
 #include "platform/asic/IndexBitmap.h"
 
+#include "platform/nuv/testing/Soak.h"
+
 #include <gtest/gtest.h>
 
-#include <iostream>
+#include <algorithm>
 #include <optional>
 #include <random>
 #include <string>
@@ -124,16 +126,47 @@ TEST(IndexBitmap, GrowsAcrossLevels) {
    }
 }
 
+/// How many runs of free indices there are, and the length of the longest.
+std::pair<std::uint32_t, std::uint32_t>
+freeRunsIn(std::string const& model) {
+   std::uint32_t runs = 0;
+   std::uint32_t longest = 0;
+   std::uint32_t open = 0;
+   for (char state : model) {
+      open = state == '.' ? open + 1 : 0;
+      runs += open == 1;
+      longest = std::max(longest, open);
+   }
+   return {runs, longest};
+}
+
+TEST(IndexBitmap, ShrinksDownToWhatIsTaken) {
+   IndexBitmap bitmap(5000);
+   bitmap.take(70);
+   EXPECT_FALSE(bitmap.shrink(5001));
+   EXPECT_FALSE(bitmap.shrink(70));
+   EXPECT_EQ(bitmap.size(), 5000u);
+   EXPECT_TRUE(bitmap.shrink(71));
+   EXPECT_EQ(bitmap.size(), 71u);
+   EXPECT_EQ(bitmap.used(), 1u);
+   EXPECT_EQ(bitmap.largestFreeRun(), 70u);
+   EXPECT_TRUE(bitmap.grow(5000));
+   EXPECT_EQ(bitmap.freeRuns(), 2u);
+   EXPECT_EQ(bitmap.largestFreeRun(), 4929u);
+   EXPECT_TRUE(bitmap.give(70));
+   EXPECT_TRUE(bitmap.shrink(0));
+   EXPECT_EQ(bitmap.lowestFree(), std::nullopt);
+   EXPECT_EQ(bitmap.freeRuns(), 0u);
+}
+
 TEST(IndexBitmap, RandomChanges) {
-   for (std::uint32_t seed : {1u, 2u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
+   Nuv::soak(100'000, [](std::uint32_t seed, int steps) {
       std::mt19937 random(seed);
       std::uint32_t size = 100;
       IndexBitmap bitmap(size);
       std::string model(size, '.');
       std::uint32_t used = 0;
-      for (int step = 0; step < 100'000; ++step) {
+      for (int step = 0; step < steps; ++step) {
          std::uint32_t index = random() % (size + 5);
          std::uint32_t dice = random() % 1000;
          // Phases that fill it up and phases that empty it.
@@ -167,12 +200,26 @@ TEST(IndexBitmap, RandomChanges) {
          std::size_t free = model.find('.');
          ASSERT_EQ(bitmap.lowestFree(),
                    free == std::string::npos ? std::nullopt : std::optional(std::uint32_t(free)));
+         if (dice == 1) {
+            std::uint32_t next = size - std::min(size, std::uint32_t(random() % 100));
+            bool isGood = model.find('x', next) == std::string::npos;
+            ASSERT_EQ(bitmap.shrink(next), isGood);
+            if (isGood) {
+               size = next;
+               model.resize(size);
+               free = model.find('.');
+               ASSERT_EQ(bitmap.lowestFree().has_value(), free != std::string::npos);
+            }
+         }
+         if (step % 100 == 0) {
+            ASSERT_EQ(std::pair(bitmap.freeRuns(), bitmap.largestFreeRun()), freeRunsIn(model));
+         }
          index = random() % (size + 5);
          ASSERT_EQ(bitmap.isTaken(index), index < size && model[index] == 'x');
          ASSERT_EQ(bitmap.used(), used);
          ASSERT_EQ(bitmap.size(), size);
       }
-   }
+   });
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "platform/trace/Mirelog.h"
 
+#include "platform/chipstate/FendoTypes.h"
+#include "platform/nuv/testing/Soak.h"
 #include "platform/trace/RingReader.h"
 
 #include <atomic>
@@ -183,6 +185,11 @@ TEST_F(MirelogTest, TypesWithARawForm) {
    using namespace MirelogTestTypes;
    MIRELOG(facility, 1, "{} {} {} {}", Mac{0x0242ac1e0fff}, Ip{0x0a0001fe}, Plain{17}, Flags{0xbeef});
    EXPECT_EQ(text(), "02:42:ac:1e:0f:ff 10.0.1.254 17 0xbeef");
+}
+
+TEST_F(MirelogTest, EthernetAddressesOfChips) {
+   MIRELOG(facility, 3, "neighbour {}", Fendo::EthAddr{{2, 0, 0, 0xab, 0, 1}});
+   EXPECT_EQ(text(), "neighbour 02:00:00:ab:00:01");
 }
 
 TEST_F(MirelogTest, Texts) {
@@ -855,30 +862,30 @@ TEST_F(RingDamageTest, MessagesWithoutTheirDescriptorsAreShownRaw) {
 }
 
 TEST_F(RingDamageTest, BytesFlippedAtRandom) {
-   auto const seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   for (int round = 0; round < 5000; ++round) {
-      Pelm::String damaged = image;
-      for (unsigned left = 1 + random() % 20; left > 0; --left) {
-         damaged[random() % damaged.size()] = char(random());
+   Nuv::soak(5000, [this](std::uint32_t seed, int steps) {
+      std::mt19937 random(seed);
+      for (int round = 0; round < steps; ++round) {
+         Pelm::String damaged = image;
+         for (unsigned left = 1 + random() % 20; left > 0; --left) {
+            damaged[random() % damaged.size()] = char(random());
+         }
+         auto const contents = readExactly(damaged);
+         ASSERT_LE(contents.messages.size(), 8u);
+         ASSERT_TRUE(contents.error.empty() || contents.messages.empty());
       }
-      auto const contents = readExactly(damaged);
-      ASSERT_LE(contents.messages.size(), 8u);
-      ASSERT_TRUE(contents.error.empty() || contents.messages.empty());
-   }
+   });
 }
 
-TEST_F(RingDamageTest, NoiseBehindAGoodHeader) {
-   auto const seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   for (int round = 0; round < 500; ++round) {
-      for (std::size_t at = sizeof(ringfile::Header); at < image.size(); ++at) {
-         image[at] = char(random());
+TEST_F(RingDamageTest, RandomNoiseBehindAGoodHeader) {
+   Nuv::soak(500, [this](std::uint32_t seed, int steps) {
+      std::mt19937 random(seed);
+      for (int round = 0; round < steps; ++round) {
+         for (std::size_t at = sizeof(ringfile::Header); at < image.size(); ++at) {
+            image[at] = char(random());
+         }
+         EXPECT_THAT(readExactly(image).messages, IsEmpty());
       }
-      EXPECT_THAT(readExactly(image).messages, IsEmpty());
-   }
+   });
 }
 
 TEST_F(RingDamageTest, FilesThatAreNone) {

@@ -1,11 +1,11 @@
 #include "platform/nuv/Record.h"
 
 #include "platform/asic/SwTableBase.h"
+#include "platform/nuv/testing/Soak.h"
+#include "platform/nuv/testing/ValueLaws.h"
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <iostream>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -57,29 +57,21 @@ naming(Ptr<Asic::SwTableBase::EntryHandle const> const& handle, std::uint8_t wei
    return record;
 }
 
-/// What must hold between any values of one type: they are ordered strictly and totally, and equal ones hash
-/// alike.
-template <class V>
-void
-checkLaws(std::vector<V> values) {
-   for (auto const& left : values) {
-      ASSERT_TRUE(left == left);
-      for (auto const& right : values) {
-         ASSERT_EQ((left < right) + (left == right) + (right < left), 1) << left << " and " << right;
-         if (left == right) {
-            for (unsigned seed : {0u, 1u, 0xffffffffu}) {
-               ASSERT_EQ(left.hash(seed), right.hash(seed)) << left << " and " << right;
-            }
-         }
-      }
+/// Few contents for each field, so that equal records meet.
+struct Draw {
+   std::mt19937& random;
+   std::vector<Ptr<Handle>> const& handles;
+
+   void operator()(Colour& value) const { value = Colour(random() % 2); }
+   void operator()(bool& value) const { value = random() % 2 != 0; }
+   void operator()(std::uint8_t& value) const { value = std::uint8_t(random() % 3); }
+   void operator()(std::uint32_t& value) const { value = random() % 2 * 0x80000000u; }
+   void operator()(std::int64_t& value) const { value = std::int64_t(random() % 3) - 1; }
+   void operator()(Pelm::String& value) const { value = random() % 2 ? "" : "name"; }
+   void operator()(Ptr<Asic::SwTableBase::EntryHandle const>& value) const {
+      value = handles[random() % handles.size()];
    }
-   std::sort(values.begin(), values.end());
-   for (auto left = values.begin(); left != values.end(); ++left) {
-      for (auto right = left; right != values.end(); ++right) {
-         ASSERT_FALSE(*right < *left) << *left << " and " << *right;
-      }
-   }
-}
+};
 
 TEST(Record, EqualFieldsMakeEqualRecords) {
    Small a;
@@ -197,37 +189,35 @@ TEST(Record, OrdersHandlesByTheirCreation) {
    EXPECT_LT(naming(nullptr, 9), naming(handles[0], 1));
 }
 
-TEST(Record, RandomRecordsKeepTheLaws) {
-   for (std::uint32_t seed : {1u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
+TEST(Record, RandomRecordsKeepTheLawsOfValues) {
+   soak(5, [](std::uint32_t seed, int steps) {
       std::mt19937 random(seed);
-      std::vector<Ptr<Handle>> handles{nullptr, make<Handle>(), make<Handle>()};
-      std::vector<Small> records;
-      std::vector<Naming> namings;
-      for (int count = 0; count < 150; ++count) {
-         Small record;
-         record.colour = Colour(random() % 2);
-         record.number = random() % 2 * 0x80000000u;
-         record.isOpen = random() % 2 != 0;
-         record.name = random() % 2 ? "" : "name";
-         record.wide = std::int64_t(random() % 3) - 1;
-         record.row = random();
-         records.push_back(record);
-         namings.push_back(naming(handles[random() % handles.size()], std::uint8_t(random() % 3)));
+      std::vector<Ptr<Handle>> const handles{nullptr, make<Handle>(), make<Handle>()};
+      for (int step = 0; step < steps && !testing::Test::HasFatalFailure(); ++step) {
+         Sample<Small, SampleText::isOnlyPrinted> records(60, random, Draw{random, handles});
+         checkValueLaws(records);
+         Sample<Naming, SampleText::isOnlyPrinted> namings(60, random, Draw{random, handles});
+         checkValueLaws(namings);
       }
-      checkLaws(records);
-      checkLaws(namings);
-      for (auto const& a : records) {
-         for (auto const& b : records) {
-            auto identity = [](Small const& each) {
-               return std::tie(each.colour, each.number, each.isOpen, each.name, each.wide);
-            };
-            ASSERT_EQ(a == b, identity(a) == identity(b));
-            ASSERT_EQ(a < b, identity(a) < identity(b));
+   });
+}
+
+TEST(Record, RandomRecordsAreEqualAndLessAsTheirFieldsAreInTurn) {
+   soak(20, [](std::uint32_t seed, int steps) {
+      std::mt19937 random(seed);
+      auto identity = [](Small const& each) {
+         return std::tie(each.colour, each.number, each.isOpen, each.name, each.wide);
+      };
+      for (int step = 0; step < steps; ++step) {
+         Sample<Small, SampleText::isOnlyPrinted> const records(60, random, Draw{random, {}});
+         for (auto const& a : records.values()) {
+            for (auto const& b : records.values()) {
+               ASSERT_EQ(a == b, identity(a) == identity(b));
+               ASSERT_EQ(a < b, identity(a) < identity(b));
+            }
          }
       }
-   }
+   });
 }
 
 } // namespace

@@ -1,9 +1,10 @@
 #include "platform/asic/RunMap.h"
 
+#include "platform/nuv/testing/Soak.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
 #include <optional>
 #include <random>
 #include <string>
@@ -50,6 +51,12 @@ class Model {
          }
       });
       return found;
+   }
+
+   std::uint32_t freeRuns() const {
+      std::uint32_t runs = 0;
+      eachRun([&](std::size_t, std::size_t) { ++runs; });
+      return runs;
    }
 
    std::uint32_t largestFreeRun() const {
@@ -287,6 +294,37 @@ TEST(RunMap, GrowsAcrossLevels) {
    }
 }
 
+/// From each size to each smaller one, with all that stays taken, and back.
+TEST(RunMap, ShrinksAcrossLevels) {
+   std::uint32_t const sizes[] = {0, 1, 63, 64, 65, 255, 256, 257, 4096, 16'384, 16'385, 65'537, 2'097'153};
+   for (std::uint32_t from : sizes) {
+      for (std::uint32_t to : sizes) {
+         SCOPED_TRACE(std::to_string(from) + " to " + std::to_string(to));
+         RunMap map(from);
+         ASSERT_EQ(map.shrink(to), to <= from);
+         ASSERT_EQ(map.size(), std::min(from, to));
+         ASSERT_EQ(map.largestFreeRun(), std::min(from, to));
+         if (to >= from || to == 0) {
+            continue;
+         }
+         RunMap held(from);
+         ASSERT_TRUE(held.take(to - 1, 1));
+         ASSERT_FALSE(held.shrink(to - 1));
+         ASSERT_TRUE(held.shrink(to));
+         ASSERT_EQ(held.used(), 1u);
+         ASSERT_EQ(held.largestFreeRun(), to - 1);
+         ASSERT_EQ(held.freeRuns(), to > 1 ? 1u : 0u);
+         ASSERT_FALSE(held.isFree(to, 1));
+         ASSERT_TRUE(held.grow(from));
+         ASSERT_EQ(held.firstFit(from - to), to - 1 >= from - to ? at(0) : at(to));
+         ASSERT_EQ(held.firstFit(from), std::nullopt);
+         ASSERT_TRUE(held.give(to - 1, 1));
+         ASSERT_EQ(held.largestFreeRun(), from);
+         ASSERT_EQ(held.freeRuns(), 1u);
+      }
+   }
+}
+
 struct Load {
    std::uint32_t size;
    std::uint32_t longest;
@@ -300,18 +338,16 @@ INSTANTIATE_TEST_SUITE_P(Loads, RunMapRandom,
                                          Load{20'000, 900, 6000}, Load{300'000, 30'000, 1500}));
 
 TEST_P(RunMapRandom, Changes) {
-   for (std::uint32_t seed : {1u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
+   Nuv::soak(GetParam().steps, [](std::uint32_t seed, int steps) {
       std::mt19937 random(seed);
-      auto [size, longest, steps] = GetParam();
+      auto [size, longest, phases] = GetParam();
       RunMap map(size / 2);
       Model model(size / 2);
       for (int step = 0; step < steps; ++step) {
          // Mostly short runs.
          std::uint32_t length = random() % (random() % longest + 1) + 1;
          std::uint32_t base = random() % (map.size() + 1);
-         bool isFilling = step / (steps / 6) % 2 == 0;
+         bool isFilling = step / (phases / 6) % 2 == 0;
          std::uint32_t dice = random() % 100;
          if (dice == 0 && map.size() < size) {
             std::uint32_t next = map.size() + std::min(std::uint32_t(random() % 100), size - map.size());
@@ -330,13 +366,22 @@ TEST_P(RunMapRandom, Changes) {
          } else {
             ASSERT_EQ(map.give(base, length), model.change(base, length, 'x', '.'));
          }
+         if (dice == 1) {
+            std::uint32_t next = map.size() - std::min(map.size(), std::uint32_t(random() % longest));
+            bool isGood = next == map.size() || model.is(next, map.size() - next, '.');
+            ASSERT_EQ(map.shrink(next), isGood);
+            if (isGood) {
+               model.grow(next);
+            }
+         }
          ASSERT_EQ(map.largestFreeRun(), model.largestFreeRun());
          if (step % 10 == 0) {
+            ASSERT_EQ(map.freeRuns(), model.freeRuns());
             ASSERT_EQ(map.used(), model.used());
             ASSERT_EQ(map.free(), model.size() - model.used());
          }
       }
-   }
+   });
 }
 
 } // namespace

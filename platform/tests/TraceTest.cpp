@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 namespace Trace {
@@ -30,6 +32,22 @@ TEST_F(TraceTest, AllLevelsAreClosedAtFirst) {
    for (unsigned level = 0; level <= TraceHandle::maxLevel; ++level) {
       EXPECT_FALSE(handle.isOpen(level));
    }
+}
+
+TEST_F(TraceTest, LevelsBeyondTheLastAreClosedForGood) {
+   handle.levelsAre(~0u);
+   for (unsigned level : {32u, 33u, 64u, 0xffffffffu}) {
+      EXPECT_FALSE(handle.isOpen(level)) << level;
+   }
+}
+
+TEST_F(TraceTest, AHandleIsFoundByItsName) {
+   auto& first = handleOf("TraceTest first");
+   first.levelsAre(1u << 5);
+   EXPECT_EQ(first.name(), "TraceTest first");
+   EXPECT_EQ(&handleOf("TraceTest first"), &first);
+   EXPECT_TRUE(handleOf("TraceTest first").isOpen(5));
+   EXPECT_FALSE(handleOf("TraceTest second").isOpen(5));
 }
 
 TEST_F(TraceTest, LevelsOpenAndCloseTogether) {
@@ -76,6 +94,29 @@ TEST_F(TraceTest, WithoutASinkLinesGoToStandardError) {
    DUOLOG(handle, 7, "to standard error ", 42);
    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Test/7 to standard error 42\n");
    EXPECT_THAT(lines, IsEmpty());
+}
+
+/// Logs when static objects are destroyed, after every one that was made later than it.
+struct Late {
+   ~Late() { DUOLOG(*handle, 5, "logged late"); }
+
+   TraceHandle* handle{};
+};
+
+TEST(TraceDeathTest, DestructorsOfStaticObjectsMayLog) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   EXPECT_EXIT(
+         {
+            static Late late;
+            late.handle = &handleOf("a handle with a name of some length");
+            late.handle->levelsAre(~0u);
+            sinkIs([prefix = Pelm::String("a sink that has something on the heap: ")](
+                         TraceHandle const& from, unsigned, Pelm::StringView text) {
+               std::fprintf(stderr, "%s\n", Nuv::text(prefix, from.name(), ", ", text).c_str());
+            });
+            std::exit(0);
+         },
+         testing::ExitedWithCode(0), "on the heap: a handle with a name of some length, logged late");
 }
 
 } // namespace

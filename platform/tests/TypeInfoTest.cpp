@@ -6,8 +6,6 @@
 namespace Nuv {
 namespace {
 
-using testing::ElementsAre;
-
 struct Point : Record<Point> {
    std::uint16_t x{};
    bool isFilled{};

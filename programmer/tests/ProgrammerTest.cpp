@@ -8,8 +8,8 @@ namespace ZandorL3Tunnel {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 L3ViaEntry
 unicastVia(std::uint8_t neighbour, std::uint16_t interface, std::uint16_t port) {
@@ -299,6 +299,56 @@ TEST_F(ProgrammerTest, NewTablesDisturbNoRowThatIsInUse) {
    EXPECT_EQ(rows.hops[0].dstMac.bytes[5], 1);
 }
 
+TEST_F(ProgrammerTest, PublishesTheHardwareTablesOfItsTables) {
+   auto fresh = l3UnderlayEcmpProgrammerFactory(fcsd, Nuv::make<Kallo::EntityManager>(), local);
+   chip->publish(*fresh->kalloEm(), unit);
+   auto mounts = Nuv::make<Kallo::MountGroup>();
+   fresh->doMountHwTableMountInfo(mounts);
+   mounts->doMount(fresh->kalloEm());
+   EXPECT_EQ(mounts->state(), Kallo::MountGroup::State::waiting);
+   fresh->initTables(chip->chipInfo());
+   EXPECT_TRUE(mounts->isComplete());
+   std::vector<Pelm::String> names;
+   for (auto const& [path, typeName] : mounts->mounts()) {
+      auto info = Nuv::dynamicCast<Asic::HwTableMountInfo>(fresh->kalloEm()->getEntity(path));
+      names.push_back(info->hwTable(unit)->name);
+   }
+   EXPECT_THAT(names,
+               UnorderedElementsAre("IngL3NextHop2Table", "EgrL3NextHop2", "L3UnderlayEcmpMember1Table"));
+   fresh->initTables(chip->chipInfo());
+   EXPECT_TRUE(mounts->isComplete());
+}
+
+TEST_F(ProgrammerTest, PublishesATableAsSoonAsItIsInitialised) {
+   struct Watch final : Nuv::EntityDirectory::Notifiee {
+      void handleEntity(Pelm::String const& path) override { onEntity(path); }
+
+      std::function<void(Pelm::String const&)> onEntity;
+   };
+   auto database = Nuv::make<Kallo::EntityManager>();
+   auto fresh = l3UnderlayEcmpProgrammerFactory(fcsd, database, local);
+   auto mounts = Nuv::make<Kallo::MountGroup>();
+   chip->publish(*database, unit);
+   fresh->doMountHwTableMountInfo(mounts);
+   mounts->doMount(database);
+   std::vector<Pelm::String> seen;
+   Watch watch;
+   watch.onEntity = [&](Pelm::String const& path) {
+      if (path == Asic::HwTableMountInfo::path(EgrL3NextHop2::typeName())) {
+         EXPECT_TRUE(fresh->l3EcmpNextHopTable()->indexAllocator());
+         EXPECT_FALSE(fresh->l3EcmpMemberTable());
+         seen.emplace_back("next hops");
+      } else if (path == Asic::HwTableMountInfo::path(L3UnderlayEcmpMember1Table::typeName())) {
+         EXPECT_TRUE(fresh->l3EcmpMemberTable()->indexAllocator());
+         EXPECT_FALSE(fresh->egrL3Oif2());
+         seen.emplace_back("members");
+      }
+   };
+   database->notifieeIs(watch);
+   fresh->initTables(chip->chipInfo());
+   EXPECT_THAT(seen, ElementsAre("next hops", "members"));
+}
+
 using ProgrammerDeathTest = ProgrammerTest;
 
 TEST_F(ProgrammerDeathTest, RefusesKindsThatMayNotReachTheUnderlay) {
@@ -314,8 +364,10 @@ TEST_F(ProgrammerDeathTest, WantsTheChipToBeKnown) {
 }
 
 TEST_F(ProgrammerDeathTest, WantsTheSharedInterfaceTable) {
-   auto empty = Nuv::make<Local::EntityManager>();
-   auto fresh = l3UnderlayEcmpProgrammerFactory(fcsd, stateDatabase, empty);
+   auto other = Nuv::make<Local::EntityManager>();
+   auto fresh = l3UnderlayEcmpProgrammerFactory(fcsd, stateDatabase, other);
+   EXPECT_DEATH(fresh->initTables(chip->chipInfo()), "egrL3Oif2\\(\\)");
+   other->entityIs(L3UnderlayEcmpProgrammer::egrL3Oif2Path, groups);
    EXPECT_DEATH(fresh->initTables(chip->chipInfo()), "egrL3Oif2\\(\\)");
 }
 

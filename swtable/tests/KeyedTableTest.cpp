@@ -101,8 +101,9 @@ TEST_F(KeyedTableTest, LastUserOfAReferenceTakesTheRowAlong) {
    auto handle = table->entryRef(3, interfaceOf(7));
    loop.runUntilIdle();
    handle = nullptr;
-   EXPECT_FALSE(table->entryHas(3));
+   EXPECT_FALSE(table->entry(3));
    loop.runUntilIdle();
+   EXPECT_FALSE(table->entryHas(3));
    EXPECT_THAT(rowsApplied, ElementsAre("EgrL3Oif2 written 3", "EgrL3Oif2 cleared 3"));
 }
 
@@ -113,8 +114,9 @@ TEST_F(KeyedTableTest, RemovedCommitStaysUntilItsLastUserGoes) {
    EXPECT_EQ(handle->entryState(), State::success);
    EXPECT_TRUE(table->entryHas(3));
    handle = nullptr;
-   EXPECT_FALSE(table->entryHas(3));
+   EXPECT_FALSE(table->entry(3));
    loop.runUntilIdle();
+   EXPECT_FALSE(table->entryHas(3));
    EXPECT_EQ(rowsPresent(), 0u);
 }
 
@@ -123,10 +125,11 @@ TEST_F(KeyedTableTest, RemoveAllGivesCommitsBackAndLeavesReferences) {
    table->entryCommit(2, interfaceOf(2));
    table->entryCommit(3, interfaceOf(3));
    table->entryRemoveAll();
-   EXPECT_TRUE(table->entryHas(1));
-   EXPECT_FALSE(table->entryHas(2));
-   EXPECT_FALSE(table->entryHas(3));
+   EXPECT_TRUE(table->entry(1));
+   EXPECT_FALSE(table->entry(2));
+   EXPECT_FALSE(table->entry(3));
    loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 1u);
    EXPECT_EQ(reference->entryState(), State::success);
    EXPECT_EQ(rowsPresent(), 1u);
 }
@@ -160,7 +163,11 @@ TEST_F(KeyedTableTest, TracesAnEntryFromWriteToEnd) {
    table->entryRemove(3);
    EXPECT_EQ(trace.count("EgrL3Oif2 : Removing entry at key : 3, entryType:committed, refCnt:1"), 1u);
    EXPECT_EQ(trace.count("EgrL3Oif2 : entryhandle cleanup, eh : 0x"), 1u);
+   EXPECT_EQ(trace.count("EgrL3Oif2 begin delete dance, key :3"), 1u);
    EXPECT_EQ(trace.count("hwTableEntryDel EgrL3Oif2 : key: 3"), 1u);
+   EXPECT_EQ(trace.count("EgrL3Oif2 delete dance complete, key :3"), 0u);
+   loop.runUntilIdle();
+   EXPECT_EQ(trace.count("EgrL3Oif2 delete dance complete, key :3"), 1u);
 }
 
 TEST_F(KeyedTableTest, KeyOutsideTheHardwareTableFails) {

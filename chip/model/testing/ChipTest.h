@@ -48,6 +48,26 @@ class ChipTest : public testing::Test {
    std::vector<Pelm::String> rowsApplied;
 };
 
+/// The entry of a handle has come as far as `state`.
+MATCHER_P(HasState, state, "") {
+   if (!arg) {
+      *result_listener << "there is no handle";
+      return false;
+   }
+   *result_listener << "its state is " << testing::PrintToString(arg->entryState());
+   return arg->entryState() == state;
+}
+
+/// The row of a handle's entry was issued at `index`.
+MATCHER_P(RowAt, index, "") {
+   if (!arg) {
+      *result_listener << "there is no handle";
+      return false;
+   }
+   *result_listener << "its index is " << arg->hwEntryIndex();
+   return arg->hwEntryIndex() == index;
+}
+
 /// Writes down the states that a handle passes through.
 class StateWatch final : public Asic::SwTableBase::EntryHandle::Notifiee {
  public:

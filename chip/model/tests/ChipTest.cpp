@@ -1,21 +1,15 @@
 #include "chip/model/Chip.h"
 
 #include "chip/model/Layouts.h"
-#include "platform/asic/DontCareHandle.h"
-#include "platform/asic/testing/TinyTable.h"
-#include "tables/EgrL3Oif2.h"
-#include "tables/L3EcmpGroup0Table.h"
-#include "tables/L3NextHop2Table.h"
+#include "chip/model/testing/RowsTest.h"
+#include "platform/nuv/Exception.h"
+#include "platform/nuv/testing/Soak.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <iostream>
 #include <map>
-#include <memory>
-#include <optional>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace ModelChip {
@@ -23,35 +17,9 @@ namespace {
 
 using Asic::Index;
 using Asic::TinyHandle;
-using Asic::TinyTable;
-using testing::Each;
 using testing::ElementsAre;
-using testing::Eq;
-using Words = std::vector<std::uint32_t>;
 
-/// What a row can need: knows whether it is still there.
-class Needed final : public Nuv::Object {
- public:
-   explicit Needed(int& living) : living_(living) { ++living_; }
-   ~Needed() override { --living_; }
-
- private:
-   int& living_;
-};
-
-/// A software table that hears its rows' answers, and owners that belong to it.
-class Writer {
- public:
-   explicit Writer(int* ends = nullptr) : table(Nuv::make<TinyTable>("Writer", ends)) {
-      table->writeResponseSmIs(table.get());
-   }
-
-   Nuv::Ptr<TinyHandle> newOwner() const { return Nuv::make<TinyHandle>(table.get()); }
-
-   Nuv::Ptr<TinyTable> table;
-};
-
-class ChipTest : public testing::Test {
+class ChipTest : public RowsTest {
  protected:
    ChipTest() {
       chip->rowObserverIs([this](Table const& table, Index index) {
@@ -59,37 +27,6 @@ class ChipTest : public testing::Test {
       });
    }
 
-   static Nuv::Ptr<Chip> newChip(Nuv::ReactionLoop& loop) {
-      return Nuv::make<Chip>(loop, Chip::Sizes{{"EgrL3Oif2", 300},
-                                               {"IngL3NextHop2Table", 20},
-                                               {"EgrL3NextHop2", 20},
-                                               {"L3UnderlayEcmpMember1Table", 20},
-                                               {"L3EcmpGroup0Table", 20}});
-   }
-
-   Table& interfaces() const { return *chip->table("EgrL3Oif2"); }
-
-   void write(Index index, std::uint32_t word, Nuv::Ptr<TinyHandle> const& by,
-              Asic::HwTable::Hold hold = nullptr) {
-      Words words(interfaces().shape().wordsPerRow, word);
-      interfaces().rowIs(index, words, *by, std::move(hold));
-   }
-
-   Words rowAt(Index index) const {
-      auto row = interfaces().row(index);
-      return {row.begin(), row.end()};
-   }
-
-   // What the chip holds to the end counts here.
-   int neededLiving{};
-   int successorLiving{};
-   int living[3]{};
-
-   Nuv::ReactionLoop loop;
-   Nuv::Ptr<Chip> chip = newChip(loop);
-   Writer writer;
-   Nuv::Ptr<TinyHandle> owner = writer.newOwner();
-   Nuv::Ptr<TinyHandle> other = writer.newOwner();
    std::vector<Pelm::String> applied;
 };
 
@@ -119,13 +56,39 @@ TEST_F(ChipTest, ATableThatIsNotNamedHasItsDefaultNumberOfRows) {
    EXPECT_EQ(plain->table("EgrL3Oif2")->numEntries(), EgrL3Oif2::layout.defaultRows);
 }
 
+TEST_F(ChipTest, RefusesTheSizeOfATableThatItDoesNotHave) {
+   EXPECT_THAT(
+         [&] {
+            Nuv::make<Chip>(loop, Chip::Sizes{{"Nothing", 7}});
+         },
+         testing::ThrowsMessage<Nuv::RangeException>("the chip has no table 'Nothing'"));
+}
+
+TEST_F(ChipTest, ATableHasUpToAMillionRows) {
+   auto large = Nuv::make<Chip>(loop, Chip::Sizes{{"EgrL3Oif2", 1 << 20}});
+   auto& table = *large->table("EgrL3Oif2");
+   EXPECT_EQ(table.maxIndex(), 0xFFFFFu);
+   table.rowIs(0xFFFFF, Words(3, 7), *owner, nullptr);
+   loop.runUntilIdle();
+   EXPECT_TRUE(table.hasRow(0xFFFFF));
+   EXPECT_FALSE(table.hasRow(0x100000));
+   EXPECT_EQ(owner->confirmations, 1);
+
+   EXPECT_THAT(
+         [&] {
+            Nuv::make<Chip>(loop, Chip::Sizes{{"EgrL3Oif2", (1 << 20) + 1}});
+         },
+         testing::ThrowsMessage<Nuv::RangeException>(
+               "table 'EgrL3Oif2' cannot have 1048577 rows: the limit is 1048576"));
+}
+
 TEST_F(ChipTest, IsPublishedByUnitAndName) {
    auto stateDatabase = Nuv::make<Kallo::EntityManager>();
    chip->publish(*stateDatabase, 3);
    EXPECT_EQ(Asic::HwTable::path(3, "EgrL3Oif2"), "asic/unit/3/hwTable/EgrL3Oif2");
    for (auto const& table : chip->tables()) {
-      EXPECT_EQ(stateDatabase->getEntity(Asic::HwTable::path(3, table->shape().name)).get(), table.get());
-      EXPECT_FALSE(stateDatabase->getEntity(Asic::HwTable::path(0, table->shape().name)));
+      EXPECT_EQ(Asic::HwTable::mounted(*stateDatabase, 3, table->shape().name).get(), table.get());
+      EXPECT_FALSE(Asic::HwTable::mounted(*stateDatabase, 0, table->shape().name));
    }
 }
 
@@ -385,12 +348,12 @@ TEST_F(ChipTest, WhatAnIssuedRowNeedsIsHeldFromTheStart) {
    for (std::uint32_t word = 0; word < 3; ++word) {
       write(5, word, owner, Nuv::make<Needed>(living[word]));
    }
-   EXPECT_THAT(living, Each(Eq(1)));
+   EXPECT_THAT(living, ElementsAre(1, 1, 1, 0));
    while (loop.runOne()) {
       bool isThere = interfaces().hasRow(5);
       EXPECT_TRUE(!isThere || living[rowAt(5)[0]] == 1);
    }
-   EXPECT_THAT(living, ElementsAre(0, 0, 1));
+   EXPECT_THAT(living, ElementsAre(0, 0, 1, 0));
 }
 
 TEST_F(ChipTest, AnEqualRewriteHoldsWhatItNeedsInsteadOfWhatWasHeld) {
@@ -444,70 +407,8 @@ TEST_F(ChipTest, ADeleteKeepsItsTableUntilItIsAnswered) {
    EXPECT_EQ(ends, 1);
 }
 
-TEST_F(ChipTest, AChipThatGoesLetsGoOfAllItHeld) {
-   int ends = 0;
-   Nuv::Ptr<Table> table(&interfaces());
-   {
-      Writer passing(&ends);
-      auto passingOwner = passing.newOwner();
-      write(5, 1, passingOwner, Nuv::make<Needed>(neededLiving));
-      loop.runUntilIdle();
-      write(5, 2, passingOwner, Nuv::make<Needed>(neededLiving));
-      write(6, 2, passingOwner, Nuv::make<Needed>(neededLiving));
-   }
-   EXPECT_EQ(neededLiving, 3);
-   EXPECT_EQ(ends, 0);
-   chip = nullptr;
-   EXPECT_EQ(neededLiving, 0);
-   EXPECT_EQ(ends, 1);
-   EXPECT_EQ(table->unanswered(), 0u);
-   EXPECT_EQ(loop.runUntilIdle(), 0u);
-}
-
-TEST_F(ChipTest, WithoutItsChipATableTakesRowsAndNeitherAnswersNorHoldsThem) {
-   int ends = 0;
-   Nuv::Ptr<Table> table(&interfaces());
-   chip = nullptr;
-   {
-      Writer passing(&ends);
-      auto passingOwner = passing.newOwner();
-      for (int round = 0; round < 2; ++round) {
-         table->rowIs(5, Words(3, 1), *passingOwner, Nuv::make<Needed>(neededLiving));
-         loop.runUntilIdle();
-      }
-      table->rowDel(5, *passingOwner, passing.table.get());
-      EXPECT_EQ(passingOwner->confirmations, 0);
-      EXPECT_EQ(neededLiving, 0);
-   }
-   EXPECT_EQ(ends, 1);
-   EXPECT_FALSE(table->hasRow(5));
-}
-
-TEST_F(ChipTest, AnAnswerThatIsDueWhenTheChipGoesNeverComes) {
-   write(5, 1, owner);
-   loop.runUntilIdle();
-   Nuv::Ptr<Table> table(&interfaces());
-   write(5, 1, owner);
-   write(6, 1, owner);
-   chip = nullptr;
-   loop.runUntilIdle();
-   EXPECT_EQ(owner->confirmations, 1);
-   EXPECT_EQ(writer.table->references(), 1u);
-}
-
-TEST_F(ChipTest, WhoHearsAnAnswerMayEndTheChip) {
-   write(5, 1, owner, Nuv::make<Needed>(neededLiving));
-   write(6, 1, owner);
-   owner->onRowConfirmed = [this] { chip = nullptr; };
-   loop.runUntilIdle();
-   EXPECT_EQ(owner->confirmations, 1);
-   EXPECT_EQ(neededLiving, 0);
-}
-
 TEST_F(ChipTest, RandomUseLeavesWhatAPlainModelHas) {
-   for (std::uint32_t seed : {1u, std::random_device()()}) {
-      std::cout << "seed " << seed << '\n';
-      SCOPED_TRACE(seed);
+   Nuv::soak(4000, [this](std::uint32_t seed, int steps) {
       std::mt19937 random(seed);
       chip = newChip(loop);
       struct Row {
@@ -517,7 +418,7 @@ TEST_F(ChipTest, RandomUseLeavesWhatAPlainModelHas) {
       std::map<Index, Row> model;
       std::uint64_t commands = 0;
       std::vector<Nuv::Ptr<TinyHandle>> owners{writer.newOwner(), writer.newOwner(), writer.newOwner()};
-      for (int step = 0; step < 4000; ++step) {
+      for (int step = 0; step < steps; ++step) {
          Index index = 250 + random() % 8;
          auto who = random() % owners.size();
          if (random() % 3 == 0) {
@@ -556,129 +457,7 @@ TEST_F(ChipTest, RandomUseLeavesWhatAPlainModelHas) {
             ++commands;
          }
       }
-   }
-}
-
-/// Real tables over the chip, every part of which may end at any time.
-struct Parts {
-   Parts() {
-      chip->publish(*stateDatabase, 0);
-      interfaces->doInit(0, stateDatabase, chip->chipInfo());
-      nextHops->doInit(0, stateDatabase, chip->chipInfo());
-      write(1);
-   }
-
-   static ZandorL3Tunnel::L3UnderlayNextHopKey key(std::uint16_t interface) {
-      ZandorL3Tunnel::L3UnderlayNextHopKey key;
-      key.l3Id = {interface};
-      return key;
-   }
-
-   static void writeInterface(ZandorL3Tunnel::EgrL3Oif2& table, std::uint8_t value) {
-      ZandorL3Tunnel::EgrL3Oif2::Entry entry;
-      entry.srcMacAddress = {{2, 0, 0, 0, 0, value}};
-      table.entryCommit(1, entry);
-   }
-
-   /// Another table writes the same interface over again.
-   void writeEqual() {
-      successor->doInit(0, stateDatabase, chip->chipInfo());
-      writeInterface(*successor, 1);
-   }
-
-   void write(std::uint8_t value) {
-      writeInterface(*interfaces, value);
-      ZandorL3Tunnel::IngL3NextHop2Table::Entry ing;
-      ing.destinationId = value;
-      ZandorL3Tunnel::EgrL3NextHop2::Entry egr;
-      egr.l3Oif2Handle = interfaces->entryWeakRef(1);
-      nextHop = nextHops->entryWrite(key(1), ing, egr, Asic::AutoRemoveType::automatic);
-   }
-
-   std::unique_ptr<Nuv::ReactionLoop> loop = std::make_unique<Nuv::ReactionLoop>();
-   Nuv::Ptr<Chip> chip = Nuv::make<Chip>(*loop);
-   Nuv::Ptr<Kallo::EntityManager> stateDatabase = Nuv::make<Kallo::EntityManager>();
-   Nuv::Ptr<ZandorL3Tunnel::EgrL3Oif2> interfaces = ZandorL3Tunnel::egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<ZandorL3Tunnel::EgrL3Oif2> successor = ZandorL3Tunnel::egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<ZandorL3Tunnel::L3NextHop2Table> nextHops = ZandorL3Tunnel::l3NextHop2TableFactory();
-   Nuv::Ptr<Asic::SwTableBase::EntryHandle const> nextHop;
-};
-
-/// How far the parts had come when the first of them ended.
-enum class Progress { nothingApplied, inMidst, idle, rewriting, equalRewrite, equalRewriteBehindUnanswered };
-
-class EndsInAnyOrder : public testing::TestWithParam<std::tuple<std::string, Progress>> {};
-
-INSTANTIATE_TEST_SUITE_P(Orders, EndsInAnyOrder,
-                         testing::Combine(testing::ValuesIn([] {
-                                             std::vector<std::string> orders;
-                                             std::string order = "chlt";
-                                             do {
-                                                orders.push_back(order);
-                                             } while (std::next_permutation(order.begin(), order.end()));
-                                             return orders;
-                                          }()),
-                                          testing::Values(Progress::nothingApplied, Progress::inMidst,
-                                                          Progress::idle, Progress::rewriting,
-                                                          Progress::equalRewrite,
-                                                          Progress::equalRewriteBehindUnanswered)),
-                         [](auto const& each) {
-                            return std::get<0>(each.param) + std::to_string(int(std::get<1>(each.param)));
-                         });
-
-// The sanitizer build checks that nothing is left.
-TEST_P(EndsInAnyOrder, ChipHandleLoopAndTables) {
-   auto const& [order, progress] = GetParam();
-   Parts parts;
-   int chipEnds = 0;
-   parts.chip->rowObserverIs(
-         [end = std::shared_ptr<int>(&chipEnds, [](int* count) { ++*count; })](Table const&, Index) {});
-   switch (progress) {
-   case Progress::nothingApplied:
-      break;
-   case Progress::inMidst:
-      for (int step = 0; step < 5; ++step) {
-         parts.loop->runOne();
-      }
-      break;
-   case Progress::idle:
-      parts.loop->runUntilIdle();
-      break;
-   case Progress::rewriting:
-      parts.loop->runUntilIdle();
-      parts.write(2);
-      break;
-   case Progress::equalRewrite:
-      parts.loop->runUntilIdle();
-      parts.writeEqual();
-      break;
-   case Progress::equalRewriteBehindUnanswered:
-      parts.writeEqual();
-      break;
-   }
-   parts.stateDatabase = nullptr;
-   for (char part : order) {
-      switch (part) {
-      case 'c':
-         parts.chip = nullptr;
-         break;
-      case 'h':
-         parts.nextHop = nullptr;
-         break;
-      case 'l':
-         parts.loop = nullptr;
-         break;
-      case 't':
-         parts.nextHops = nullptr;
-         parts.interfaces = nullptr;
-         parts.successor = nullptr;
-         break;
-      }
-      if (parts.loop) {
-         parts.loop->runOne();
-      }
-   }
-   EXPECT_EQ(chipEnds, 1);
+   });
 }
 
 } // namespace

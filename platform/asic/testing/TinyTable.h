@@ -52,10 +52,28 @@ class TinyHandle final : public SwTable::EntryHandle {
       }
    }
 
+   void handleRowRefused() override {
+      ++refusals;
+      if (onRowRefused) {
+         onRowRefused();
+      }
+   }
+
+   void handleRowDeleted() override {
+      ++deletions;
+      if (onRowDeleted) {
+         onRowDeleted();
+      }
+   }
+
    int confirmations{};
+   int refusals{};
+   int deletions{};
    int cleanups{};
    std::vector<SwTableBase::EntryState> resolvedEntryStates;
    std::function<void()> onRowConfirmed;
+   std::function<void()> onRowRefused;
+   std::function<void()> onRowDeleted;
    std::function<void()> onEntryState;
 
  protected:
