@@ -2,6 +2,7 @@
 
 #include "platform/asic/DontCareHandle.h"
 #include "platform/nuv/Assert.h"
+#include "platform/trace/Mirelog.h"
 #include "plugin/DefaultTraceHandle.h"
 
 namespace ZandorL3Tunnel {
@@ -17,6 +18,12 @@ Nuv::RegisteredClass<L3UnderlayEcmpProgrammer> const programmerType(module);
 constexpr std::uint8_t ingStrengthProfile = 5;
 constexpr std::uint8_t egrStrengthProfile = 9;
 constexpr std::uint8_t memberStrengthProfile = 0;
+
+Trace::Facility const&
+facility() {
+   static Trace::Facility const instance("ZandorL3TunnelL3UnderlayEcmpProgrammer");
+   return instance;
+}
 
 } // namespace
 
@@ -52,6 +59,8 @@ void
 L3UnderlayEcmpProgrammer::initTables(ZandorCentral::ChipInfo const& chipInfo) {
    NUV_ASSERT(fcsd()->logicalModInfos(), "");
    DUOLOG(_defaultTraceHandle(), TraceLevel::programmer, "initTables", " Allocating L3EcmpNextHop tables");
+   MIRELOG(facility(), TraceLevel::programmer, "initTables of unit {}", fcsd()->unit());
+   chipInfo_ = Nuv::make<PublishedChipInfo>(chipInfo);
    auto unit = fcsd()->unit();
    l3EcmpNextHopTable_ = l3NextHop2TableFactory();
    l3EcmpNextHopTable_->doInit(unit, kalloEm_, chipInfo);
@@ -126,6 +135,7 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
    auto const& trace = _defaultTraceHandle();
    L3UnderlayEcmpMember1Table::EntryBlock block;
    if (!l3EcmpNextHopTable_) {
+      MIRELOG(facility(), TraceLevel::programmer, "getEcmpBlockHandle ARM tables are not initialized");
       DUOLOG(trace, TraceLevel::programmer, "getEcmpBlockHandle", " ARM tables are not initialized");
       return nullptr;
    }
@@ -141,6 +151,8 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
    }
    auto ecmpBlockHandle = l3EcmpMemberTable_->entryBlockRef(block);
    NUV_ASSERT(ecmpBlockHandle, "");
+   MIRELOG(facility(), TraceLevel::programmer, "getEcmpBlockHandle vias {} handle {}", position,
+           ecmpBlockHandle->creationNumber());
    return ecmpBlockHandle;
 }
 

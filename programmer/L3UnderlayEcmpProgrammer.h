@@ -21,6 +21,15 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
    using LocalEm = Nuv::Ptr<Local::EntityManager const>;
    using HandlePtr = Nuv::Ptr<Asic::SwTableBase::EntryHandle const>;
 
+   using Flow = Nuv::Ptr<Nuv::Object const>;
+
+   /// The chip as an attribute.
+   struct PublishedChipInfo final : Nuv::Object {
+      explicit PublishedChipInfo(ZandorCentral::ChipInfo const& of) : info(of) {}
+
+      ZandorCentral::ChipInfo const info;
+   };
+
    /// Where the shared egress-interface table is found, and as what it is mounted.
    static constexpr char const* egrL3Oif2Path = "l3/swTable/shared/interface/underlayEgrIntf";
 
@@ -37,7 +46,12 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
                         Nuv::attribute("localEm", &Self::localEm),
                         Nuv::attribute("l3EcmpNextHopTable", &Self::l3EcmpNextHopTable),
                         Nuv::attribute("l3EcmpMemberTable", &Self::l3EcmpMemberTable),
-                        Nuv::attribute("egrL3Oif2", &Self::egrL3Oif2));
+                        Nuv::attribute("egrL3Oif2", &Self::egrL3Oif2),
+                        Nuv::attribute("chipInfo", &Self::chipInfo),
+                        Nuv::attribute("defaultIngUnderlayFlow", &Self::defaultIngUnderlayFlow),
+                        Nuv::attribute("defaultEgrUnderlayFlow", &Self::defaultEgrUnderlayFlow),
+                        Nuv::attribute("l3IngUnderlayFlow", &Self::l3IngUnderlayFlow),
+                        Nuv::attribute("l3EgrUnderlayFlow", &Self::l3EgrUnderlayFlow));
    }
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
@@ -65,6 +79,20 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
    Nuv::Ptr<L3UnderlayEcmpMember1Table> const& l3EcmpMemberTable() const { return l3EcmpMemberTable_; }
    Nuv::Ptr<EgrL3Oif2 const> const& egrL3Oif2() const { return egrL3Oif2_; }
 
+   /// The chip that `initTables` was told; null before.
+   Nuv::Ptr<PublishedChipInfo> const& chipInfo() const { return chipInfo_; }
+
+   /// What the agent says of the underlay's flows. They are published, and nothing here reads them: next hops
+   /// have their fixed profiles.
+   Flow const& defaultIngUnderlayFlow() const { return defaultIngUnderlayFlow_; }
+   Flow const& defaultEgrUnderlayFlow() const { return defaultEgrUnderlayFlow_; }
+   Flow const& l3IngUnderlayFlow() const { return l3IngUnderlayFlow_; }
+   Flow const& l3EgrUnderlayFlow() const { return l3EgrUnderlayFlow_; }
+   void defaultIngUnderlayFlowIs(Flow const& flow) { defaultIngUnderlayFlow_ = flow; }
+   void defaultEgrUnderlayFlowIs(Flow const& flow) { defaultEgrUnderlayFlow_ = flow; }
+   void l3IngUnderlayFlowIs(Flow const& flow) { l3IngUnderlayFlow_ = flow; }
+   void l3EgrUnderlayFlowIs(Flow const& flow) { l3EgrUnderlayFlow_ = flow; }
+
  private:
    /// What the kind of a via makes of its next hop.
    struct NextHopInfo {
@@ -83,6 +111,11 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
    Nuv::Ptr<L3NextHop2Table> l3EcmpNextHopTable_;
    Nuv::Ptr<L3UnderlayEcmpMember1Table> l3EcmpMemberTable_;
    Nuv::Ptr<EgrL3Oif2 const> egrL3Oif2_;
+   Nuv::Ptr<PublishedChipInfo> chipInfo_;
+   Flow defaultIngUnderlayFlow_;
+   Flow defaultEgrUnderlayFlow_;
+   Flow l3IngUnderlayFlow_;
+   Flow l3EgrUnderlayFlow_;
 };
 
 /// The same as `L3UnderlayEcmpProgrammer::L3UnderlayEcmpProgrammerIs`.

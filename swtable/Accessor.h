@@ -30,6 +30,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    HandlePtr entryRef(Key const& key, Entry const& entry) const;
    HandlePtr entryCommit(Key const& key, Entry const& entry, ResponseFunction handler) const;
    HandlePtr entryBlockRef(Key const& block) const;
+   HandlePtr entryBlockCommit(Key const& block, ResponseFunction handler) const;
+   void handleEntryBlock(Key const& block) const;
    void entryRemove(Key const& key) const;
    void entryRemoveAll() const;
    HandlePtr entryWeakRef(Key const& key) const;
@@ -56,6 +58,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
 
  private:
    Nuv::Ptr<Handle> entryHandleIs(Key const& key) const;
+   template <class Take>
+   HandlePtr entryBlockIs(Key const& block, char const* function, Take&& take) const;
    void leave(Handle& eh) const;
    void beginDeleteDance(Handle& eh) const;
    void completeDeleteDance(Handle& eh) const;

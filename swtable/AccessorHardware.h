@@ -67,6 +67,9 @@ SwTable::Accessor<T>::handleEntry(Handle& eh) const {
       hwTableEntryDel(eh);
       return;
    }
+   if (isBlock && swTable_->mode() == Mode::writtenElsewhere) {
+      return;
+   }
    WriteWatch watch(eh);
    Nuv::AllSteps steps;
    steps([&] { eh.entryStateIs(inProgress()); });
@@ -104,6 +107,11 @@ SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
    Index base = swTable_->doAcquireHwIndex(eh.key()).value_or(invalidIndex);
    MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryIs {} at {}", eh.creationNumber(), base);
    eh.isRowRefusedIs(false);
+   if (base == invalidIndex) {
+      swTable_->hwIndexFailed();
+      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+             " : No free hardware index at key : ", eh.key(), ", rows: ", rows(eh));
+   }
    WriteWatch watch(eh);
    Nuv::AllSteps steps;
    if (swTable_->util()) {
@@ -112,7 +120,9 @@ SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
          return;
       }
       rowsAre(eh, base);
-      steps([&] { eh.hwEntryIndexIs(base); });
+      if (!isBlock || swTable_->util()->isExclusivelyOwnedTable()) {
+         steps([&] { eh.hwEntryIndexIs(base); });
+      }
       if (!watch.isOvertaken()) {
          steps([&] { rowsIssued(eh); });
       }

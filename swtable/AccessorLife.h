@@ -152,6 +152,13 @@ TableEntryHandle<T>::handleRowDeleted() {
 }
 
 template <class T>
+Asic::Index
+TableEntryHandle<T>::hwIndexForDependentField() const {
+   bool isCarried = !BlockKey<Key> || hwEntryIndex() != Asic::invalidIndex || !table();
+   return isCarried ? hwEntryIndex() : table()->heldHwIndex(key_);
+}
+
+template <class T>
 void
 TableEntryHandle<T>::pendingEntryEnq(Entry const& entry) {
    if (!pendingEntries_) {

@@ -79,28 +79,49 @@ SwTable::Accessor<T>::checkBlockSize(Key const& block) const {
    }
 }
 
+// `take` says who holds the handle from now on.
 template <class T>
+template <class Take>
 typename SwTable::Accessor<T>::HandlePtr
-SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
+SwTable::Accessor<T>::entryBlockIs(Key const& block, char const* function, Take&& take) const {
    using namespace ZandorL3Tunnel;
    checkBlockSize(block);
    auto eh = entryHandleIs(block);
-   MIRELOG(T::traceFacility(), TraceLevel::write, "entryBlockRef rows {} handle {}", block.size(),
+   MIRELOG(T::traceFacility(), TraceLevel::write, "{} rows {} handle {}", function, block.size(),
            traceNumber(eh));
    if (!eh) {
       return nullptr;
    }
-   if (eh->isResolved() || eh->unresolvedEntry()) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
-             " : Found an existing entry : ", block);
-      return eh;
-   }
-   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " entryBlockRef",
-          " : Writing new entry : ", block);
-   referenced(*eh);
+   bool isThere = eh->isResolved() || eh->unresolvedEntry();
+   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " ", function,
+          isThere ? " : Found an existing entry : " : " : Writing new entry : ", block);
+   take(*eh);
    // A new block's state is `unresolved` already: there is nothing to announce.
-   unresolvedEntryIs(*eh, {});
+   if (!isThere) {
+      unresolvedEntryIs(*eh, {});
+   }
    return eh;
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryBlockRef(Key const& block) const {
+   return entryBlockIs(block, "entryBlockRef", [](Handle& eh) { referenced(eh); });
+}
+
+template <class T>
+typename SwTable::Accessor<T>::HandlePtr
+SwTable::Accessor<T>::entryBlockCommit(Key const& block, ResponseFunction handler) const {
+   return entryBlockIs(block, "entryBlockCommit", [&](Handle& eh) {
+      committed(eh);
+      eh.responseHandler_.functionIs(std::move(handler));
+   });
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::handleEntryBlock(Key const& block) const {
+   handleEntry(block);
 }
 
 template <class T>

@@ -61,6 +61,12 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
       }
    }
 
+   /// The same under the names of the collection beneath.
+   Entry entryInternal(Index position) const { return entry(position); }
+   void entryInternalIs(Index position, Entry const& member) { entryIs(position, member); }
+   void entryInternalDel(Index position) { entryDel(position); }
+   void entryInternalDelAll() { content_ = nullptr; }
+
    /// The members that are there, by position.
    std::vector<Member> const& members() const {
       static std::vector<Member> const none;

@@ -109,7 +109,7 @@ class ZANDOR_EXPORT TableCore : public Base {
    /// The index of the entry at `key`, for publication to other agents; invalid when there is none.
    Asic::Index hwIndexOnlyForCrossAgentCommunication(Key const& key) const {
       auto handle = handles_.find(key);
-      return handle ? handle->hwEntryIndex() : Asic::invalidIndex;
+      return handle ? handle->hwIndexForDependentField() : Asic::invalidIndex;
    }
 
    /// The table's handles in their canonical order. They find; what they hold is the accessor's affair.

@@ -60,6 +60,10 @@ class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
    void pendingEntryDelAll() { pendingEntries_ = nullptr; }
    std::size_t pendingEntries() const { return pendingEntries_ ? pendingEntries_->size() : 0; }
 
+   /// A block's rows may belong to several tables: then the handle does not carry their index, and dependants
+   /// find what the block holds.
+   Asic::Index hwIndexForDependentField() const override;
+
    void handleRowConfirmed() override;
    void handleRowRefused() override;
    void handleRowDeleted() override;

@@ -41,6 +41,9 @@ class ZANDOR_EXPORT L3EcmpMember0Table final
  public:
    L3EcmpMember0Table() : BlockTable(typeName()) {}
 
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<L3EcmpMember0Table> L3EcmpMember0TableIs() { return Nuv::make<L3EcmpMember0Table>(); }
+
    static Nuv::FwkType staticFwkType();
 };
 

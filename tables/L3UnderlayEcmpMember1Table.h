@@ -38,6 +38,11 @@ class ZANDOR_EXPORT L3UnderlayEcmpMember1Table final
  public:
    L3UnderlayEcmpMember1Table() : BlockTable(typeName()) {}
 
+   /// A new table, not yet tied to a chip.
+   static Nuv::Ptr<L3UnderlayEcmpMember1Table> L3UnderlayEcmpMember1TableIs() {
+      return Nuv::make<L3UnderlayEcmpMember1Table>();
+   }
+
    static Nuv::FwkType staticFwkType();
 };
 

@@ -48,11 +48,21 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
    void writeResponseSmIs(SwTable* table);
    void writeResponseSmDel();
 
+   /// Whether somebody else writes the rows: resolved blocks are left as they are then.
+   enum class Mode : std::uint8_t { ownRows = 0, writtenElsewhere = 1 };
+   Mode mode() const { return mode_; }
+   void modeIs(Mode mode) { mode_ = mode; }
+
+   /// How often there was no free index, or run of indices, for an entry.
+   std::uint64_t hwIndexFailures() const { return hwIndexFailures_; }
+
    /// Whether entries wait for the chip's answers; off, an entry completes with the write of its row.
    bool responseEnabled() const { return responseEnabled_; }
    void responseEnabledIs(bool enabled) { responseEnabled_ = enabled; }
 
  protected:
+   void hwIndexFailed() { ++hwIndexFailures_; }
+
    explicit SwTable(Pelm::String name);
    ~SwTable() override;
 
@@ -72,6 +82,8 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
  private:
    ChipInfo chipInfo_;
    bool responseEnabled_{true};
+   Mode mode_{};
+   std::uint64_t hwIndexFailures_{};
    UnitId unit_{};
    // Held until it is published: entities may hold tables, so no longer than that.
    Nuv::Ptr<Kallo::EntityManager> publishIn_;

@@ -28,7 +28,7 @@ class ZANDOR_EXPORT SwTable::Util : public Nuv::Object {
    HwTable& hwTable() const { return *hwTable_; }
 
    /// The index of the row that dependants of the entry name.
-   virtual Index getHwIndex(EntryHandle const& handle) const { return handle.hwEntryIndex(); }
+   virtual Index getHwIndex(EntryHandle const& handle) const { return handle.hwIndexForDependentField(); }
 
    /// Whether no other table writes rows of this hardware table.
    virtual bool isExclusivelyOwnedTable() const { return true; }

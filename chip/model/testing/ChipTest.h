@@ -22,6 +22,9 @@ class ChipTest : public testing::Test {
          rowsApplied.push_back(
                Nuv::text(table.shape().name, table.hasRow(index) ? " written " : " cleared ", index));
          EXPECT_THAT(danglingRows(*chip), testing::IsEmpty()) << "after " << rowsApplied.back();
+         if (afterRow) {
+            afterRow();
+         }
       });
    }
 
@@ -46,6 +49,7 @@ class ChipTest : public testing::Test {
    Nuv::Ptr<Chip> chip;
    Nuv::Ptr<Kallo::EntityManager> stateDatabase = Nuv::make<Kallo::EntityManager>();
    std::vector<Pelm::String> rowsApplied;
+   std::function<void()> afterRow; ///< what else is to be checked after each row
 };
 
 /// The entry of a handle has come as far as `state`.
