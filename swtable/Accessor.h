@@ -28,6 +28,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    explicit Accessor(T* table) : swTable_(table) {}
 
    HandlePtr entryRef(Key const& key, Entry const& entry) const;
+   void entryRef(Key const& key, Entry const& entry, HandlePtr& held) const;
    HandlePtr entryCommit(Key const& key, Entry const& entry, ResponseFunction handler) const;
    HandlePtr entryBlockRef(Key const& block) const;
    HandlePtr entryBlockCommit(Key const& block, ResponseFunction handler) const;

@@ -33,7 +33,8 @@ AccessorBase::removed(Handle* handle, ResponseHandler* handler, Asic::SwTable co
    }
    DUOLOG(trace, TraceLevel::write, table.tblName(), " : Removing entry at key : ", key,
           ", entryType:", handle->entryType(), ", refCnt:", handle->references() - 1);
-   handler->functionIs({});
+   // The handler ends last: its own end may lead back here.
+   auto const before = std::exchange(*handler, ResponseHandler());
    handle->entryTypeIs(EntryHandle::referenceOnly());
    handle->referenceDel();
 }

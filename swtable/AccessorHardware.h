@@ -84,7 +84,8 @@ template <class T>
 void
 SwTable::Accessor<T>::handleEntry(Key const& key) const {
    auto eh = swTable_->handles().find(key);
-   if (eh && eh->isResolved()) {
+   // A newer value that waits is programmed when it resolves.
+   if (eh && eh->isResolved() && !eh->unresolvedEntry()) {
       handleEntry(*eh);
    }
 }
@@ -217,6 +218,7 @@ SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
 template <class T>
 void
 SwTable::Accessor<T>::resolvedEntryDelAll() const {
+   Nuv::Ptr<T> alive(swTable_);
    Nuv::AllSteps steps;
    swTable_->handles().forEach([&](Handle& eh) {
       ZandorL3Tunnel::WriteWatch watch(eh);
@@ -233,6 +235,7 @@ SwTable::Accessor<T>::resolvedEntryDelAll() const {
 template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryDelAll() const {
+   Nuv::Ptr<T> alive(swTable_);
    Nuv::AllSteps steps;
    swTable_->handles().forEach([&](Handle& eh) {
       ZandorL3Tunnel::WriteWatch watch(eh);
@@ -250,7 +253,7 @@ template <class T>
 void
 SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
    using ZandorL3Tunnel::WriteWatch;
-   if (!eh.isResolved() || !awaitsAnswers()) {
+   if (!eh.isResolved() || completesForTesting()) {
       return;
    }
    WriteWatch watch(eh);
@@ -273,7 +276,8 @@ SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
 template <class T>
 void
 SwTable::Accessor<T>::handleRowRefused(Handle& eh) const {
-   if (!eh.isResolved() || !awaitsAnswers()) {
+   bool isAwaited = awaitsAnswers() || eh.entryState() == inProgress();
+   if (!eh.isResolved() || completesForTesting() || !isAwaited) {
       return;
    }
    eh.isRowRefusedIs(true);

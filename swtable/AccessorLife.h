@@ -45,6 +45,10 @@ SwTable::Accessor<T>::beginDeleteDance(Handle& eh) const {
    if (eh.entryType() == Handle::inDeletion()) {
       steps([&] { resolvedEntryDel(eh); });
    }
+   // Who takes the handle back into use has no row until he writes one.
+   if (!eh.isResolved()) {
+      eh.hwEntryIndexIs(invalidIndex);
+   }
    steps.finish();
 }
 
@@ -95,6 +99,7 @@ SwTable::Accessor<T>::releaseHwIndex(Handle& eh) const {
 template <class T>
 void
 SwTable::Accessor<T>::cleanup() const {
+   Nuv::Ptr<T> alive(swTable_);
    Nuv::AllSteps steps;
    for (auto const& eh : swTable_->handles().takeAll()) {
       bool isHeldByTable = eh->entryType() != Handle::referenceOnly();
@@ -114,6 +119,7 @@ SwTable::Accessor<T>::leave(Handle& eh) const {
    steps([&] { resolvedEntryDel(eh); });
    steps([&] { unresolvedEntryDel(eh); });
    steps([&] { releaseHwIndex(eh); });
+   eh.responseHandler_.functionIs({});
    steps.finish();
 }
 

@@ -89,7 +89,7 @@ SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    using namespace ZandorL3Tunnel;
    bool hasFailed = false;
    forEachNeeded(eh, ue, [&](NeededHandle const& needed) {
-      hasFailed = hasFailed || needed->isFailed();
+      hasFailed = hasFailed || UnresolvedEntry::failsWith(*needed);
       if (ue.isNeeded(*needed)) {
          ue.neededEntryHandleSmIs(needed);
       }
@@ -184,7 +184,7 @@ WaitingEntry<T>::setEntryState(Asic::SwTableBase::EntryState state) {
 template <class T>
 bool
 WaitingEntry<T>::isNeeded(Asic::SwTableBase::EntryHandle const& needed) const {
-   if (needed.isFailed()) {
+   if (failsWith(needed)) {
       return true;
    }
    bool hasRows = handle_ && handle_->table() && handle_->table()->util();

@@ -18,17 +18,25 @@ SwTable::Accessor<T>::entryHandleIs(Key const& key) const {
 template <class T>
 typename SwTable::Accessor<T>::HandlePtr
 SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry) const {
+   HandlePtr eh;
+   entryRef(key, entry, eh);
+   return eh;
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry, HandlePtr& held) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
    MIRELOG(T::traceFacility(), TraceLevel::write, "entryRef key {} handle {}", traceKey(key),
            traceNumber(eh));
+   held = eh;
    if (eh) {
       referenced(*eh);
       write(*eh, entry);
    }
-   return eh;
 }
 
 template <class T>
@@ -44,6 +52,8 @@ SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry, ResponseFu
       return nullptr;
    }
    committed(*eh);
+   // The handler before ends last: its own end may lead back here.
+   auto const before = eh->responseHandler_;
    eh->responseHandler_.functionIs(std::move(handler));
    Nuv::AllSteps steps;
    WriteWatch watch(*eh);
@@ -124,18 +134,24 @@ SwTable::Accessor<T>::handleEntryBlock(Key const& block) const {
    handleEntry(block);
 }
 
+// The last reference goes in the open: what observers of the end throw leaves through the caller.
 template <class T>
 void
 SwTable::Accessor<T>::entryRemove(Key const& key) const {
+   Nuv::Ptr<T> alive(swTable_);
    auto eh = swTable_->handles().find(key);
    MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::write, "entryRemove key {} handle {}",
            traceKey(key), traceNumber(eh));
    removed(eh.get(), eh ? &eh->responseHandler_ : nullptr, *swTable_, key);
+   if (auto* handle = eh.detach()) {
+      handle->referenceDel();
+   }
 }
 
 template <class T>
 void
 SwTable::Accessor<T>::entryRemoveAll() const {
+   Nuv::Ptr<T> alive(swTable_);
    swTable_->handles().forEach(
          [this](Handle& eh) { removed(&eh, &eh.responseHandler_, *swTable_, eh.key()); });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/nuv/Export.h"
+#include "swtable/Sheet.h"
 #include "swtable/TableCore.h"
 
 namespace ZandorL3Tunnel {
@@ -11,6 +12,12 @@ template <class T, class SheetType>
 class ZANDOR_EXPORT BlockTable
     : public TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable> {
    using Core = TableCore<T, SheetType, ZandorL3Tunnel::EntryBlock<SheetType>, Asic::SwBlockTable>;
+
+   static_assert(BlockTableSheet<SheetType>,
+                 "the data sheet of a block table has typeName(), hwTableName(), the types Entry (its "
+                 "member: a record "
+                 "that is an Asic::EntryBase) and Source (OwnAllocator<A> or SharedAllocator<A>, A an "
+                 "Asic::AnySizedBlockAllocator)");
 
  public:
    using typename Core::HandlePtr;

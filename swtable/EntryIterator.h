@@ -23,11 +23,14 @@ class ZANDOR_EXPORT EntryIteratorConst {
    }
 
    /// Whether there is an entry.
-   explicit operator bool() const { return bool(cursor_); }
+   explicit operator bool() const {
+      settle();
+      return bool(cursor_);
+   }
 
    /// The key, and the newest value written at it; only while there is an entry.
    Key const& key() const { return (*cursor_)->key(); }
-   Entry entry() const { return *table_->entry(key()); }
+   Entry entry() const { return table_->entry(key()).value_or(Entry()); }
 
    EntryIteratorConst& operator++() {
       ++cursor_;
@@ -37,14 +40,14 @@ class ZANDOR_EXPORT EntryIteratorConst {
 
  private:
    // A handle whose entry is being deleted has no entry.
-   void settle() {
+   void settle() const {
       while (cursor_ && !table_->entry(key())) {
          ++cursor_;
       }
    }
 
    T const* table_;
-   Cursor cursor_;
+   mutable Cursor cursor_;
 };
 
 } // namespace ZandorL3Tunnel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asic/SwTableBase.h"
+#include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
 #include "platform/nuv/HashTable.h"
@@ -78,13 +79,16 @@ class ZANDOR_EXPORT HandleCollection {
    }
 
    /// Calls `visit(handle)` for each handle in turn; it may change the collection in any way. Each handle is
-   /// held while it is visited.
+   /// held while it is visited. An exception stops nothing; the first one leaves at the end.
    template <class Visit>
    void forEach(Visit&& visit) const {
+      Nuv::AllSteps steps;
       for (auto at = handles_.iterator(); at; ++at) {
          Nuv::Ptr<HandleType> handle(*at);
-         visit(*handle);
+         steps([&] { visit(*handle); });
+         steps([&] { handle.detach()->referenceDel(); });
       }
+      steps.finish();
    }
 
  private:

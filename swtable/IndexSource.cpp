@@ -4,6 +4,12 @@
 
 namespace ZandorL3Tunnel {
 
+namespace {
+
+constexpr Asic::Index indicesWithoutHardware = 65536;
+
+} // namespace
+
 Nuv::Ptr<Asic::GenericIndexAllocator>
 AllocatorUse::initAllocator(Nuv::FwkType allocatorType, Asic::SwTable const* table, Make makeOwn) {
    using Asic::GenericIndexAllocatorStub;
@@ -14,9 +20,11 @@ AllocatorUse::initAllocator(Nuv::FwkType allocatorType, Asic::SwTable const* tab
                  : GenericIndexAllocatorStub::createSharedAllocator(allocatorType, table->fwkType(), table);
    ACCESSOR_ASSERT(allocator, "shalloc", table->tblName());
    allocator->setTableAttr(table, "indexAllocator");
-   // A table without hardware has no bounds of its own to give the allocator, and one over fewer rows leaves
-   // the others' where they are.
-   if (Asic::Index rows = table->numEntries(); rows != Asic::invalidIndex && rows > allocator->numEntries()) {
+   // A table without hardware has no bounds of its own to give the allocator, and works all the same; one
+   // over fewer rows than others have leaves those where they are.
+   Asic::Index rows = table->numEntries();
+   rows = rows == Asic::invalidIndex ? indicesWithoutHardware : rows;
+   if (rows > allocator->numEntries()) {
       allocator->numEntriesIs(rows);
    }
    return allocator;

@@ -13,7 +13,9 @@ struct ZANDOR_EXPORT KeyIsIndex {};
 
 /// or an allocator of type `A`: the table's own, or the chip's, which several tables share.
 template <class A, bool isShared>
-struct ZANDOR_EXPORT AllocatorSource {};
+struct ZANDOR_EXPORT AllocatorSource {
+   using AllocatorType = A;
+};
 template <class A>
 using OwnAllocator = AllocatorSource<A, false>;
 template <class A>

@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Export.h"
 #include "swtable/EntryIterator.h"
+#include "swtable/Sheet.h"
 #include "swtable/TableCore.h"
 
 namespace ZandorL3Tunnel {
@@ -14,6 +15,12 @@ template <class T, class SheetType, class Base>
 class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetType::Index, Base> {
    using Core = TableCore<T, SheetType, typename SheetType::Index, Base>;
 
+   static_assert(
+         KeyedTableSheet<SheetType>,
+         "the data sheet of a keyed table has typeName(), hwTableName(), the types Index (its key), Entry (a "
+         "record that is an Asic::EntryBase) and Source (KeyIsIndex with 32-bit keys, OwnAllocator<A> or "
+         "SharedAllocator<A>)");
+
  public:
    using typename Core::Entry;
    using typename Core::HandlePtr;
@@ -25,6 +32,12 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
    /// that needs entries of other tables waits for them; its old row stays until then. Observers and other
    /// tables may be called before it returns; the chip answers later.
    HandlePtr entryRef(Index const& key, Entry const& entry) { return this->accessor().entryRef(key, entry); }
+
+   /// The same, and `held` has the handle before anybody hears of the entry: so that an observer who throws
+   /// does not end it.
+   void entryRef(Index const& key, Entry const& entry, HandlePtr& held) {
+      this->accessor().entryRef(key, entry, held);
+   }
 
    /// Writes the entry to stay until `entryRemove`. A new value passes through `unresolved`.
    HandlePtr entryCommit(Index const& key, Entry const& entry) {

@@ -130,8 +130,11 @@ class ZANDOR_EXPORT TableCore : public Base {
 
    /// The allocator of a table that has one; null before `doInit` and after `cleanup`.
    auto const& indexAllocator() const { return source_.allocator(); }
-   /// Another allocator instead; indices that are held stay with the one before.
-   void indexAllocatorIs(auto const& allocator) { source_.allocatorIs(allocator); }
+   /// Another allocator instead, before the first entry is written.
+   void indexAllocatorIs(auto const& allocator) {
+      NUV_ASSERT(handles_.size() == 0, this->tblName());
+      source_.allocatorIs(allocator);
+   }
 
  protected:
    explicit TableCore(Pelm::String name) : Base(std::move(name)) {}
@@ -186,6 +189,8 @@ TableCore<T, SheetType, KeyType, Base>::cleanup() {
    if (isTakenDown_) {
       return;
    }
+   // Who hears of it may let go of the table.
+   Nuv::Ptr<T> alive(self());
    isTakenDown_ = true;
    accessor().cleanup();
    source_.del(*this);

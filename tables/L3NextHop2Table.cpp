@@ -112,7 +112,7 @@ L3NextHop2Table::doRecoverHwTable(Nuv::Ptr<Asic::HwTableRecoverGroup> const& gro
 
 void
 L3NextHop2Table::doPublishHwTableMountInfo() {
-   if (!ingL3NextHop2Table_) {
+   if (!hasMemberTables()) {
       return;
    }
    // Who hears of the first may let go of this table.
@@ -125,7 +125,8 @@ L3NextHop2Table::doPublishHwTableMountInfo() {
 
 Asic::Index
 L3NextHop2Table::numEntries() const {
-   return std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries());
+   return hasMemberTables() ? std::min(ingL3NextHop2Table_->numEntries(), egrL3NextHop2_->numEntries())
+                            : Asic::invalidIndex;
 }
 
 Nuv::Ptr<L3NextHop2Table::EntryHandle>
@@ -167,14 +168,15 @@ std::optional<IngL3NextHop2Table::Entry>
 L3NextHop2Table::ingL3NextHop2TableEntry(Key const& key) const {
    auto handle = handleAtKey(key);
    auto index = source_.held(handle ? handle->key() : key);
-   return index == Asic::invalidIndex ? std::nullopt : ingL3NextHop2Table_->entry(index);
+   return index == Asic::invalidIndex || !ingL3NextHop2Table_ ? std::nullopt
+                                                              : ingL3NextHop2Table_->entry(index);
 }
 
 std::optional<EgrL3NextHop2::Entry>
 L3NextHop2Table::egrL3NextHop2Entry(Key const& key) const {
    auto handle = handleAtKey(key);
    auto index = source_.held(handle ? handle->key() : key);
-   return index == Asic::invalidIndex ? std::nullopt : egrL3NextHop2_->entry(index);
+   return index == Asic::invalidIndex || !egrL3NextHop2_ ? std::nullopt : egrL3NextHop2_->entry(index);
 }
 
 Nuv::Ptr<L3NextHop2Table::EntryHandle>
@@ -202,13 +204,18 @@ L3NextHop2Table::HandlePtr
 L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Table::Entry const& ingEntry,
                                                EgrL3NextHop2::Entry const& egrEntry, ResponseFunction handler,
                                                Asic::AutoRemoveType autoRemoveType) {
-   if (isTakenDown_) {
+   if (isTakenDown_ || !hasMemberTables()) {
       return nullptr;
    }
    auto handle = writtenHandle(key, autoRemoveType);
+   auto const handlerBefore = std::exchange(handle->responseHandler_, ResponseHandler());
    handle->responseHandler_.functionIs(std::move(handler));
    auto index = source_.acquire(*this, key);
    if (index == Asic::invalidIndex) {
+      // Whoever asks again is told again.
+      if (handle->entryState() == failed()) {
+         handle->entryStateIs(unresolved());
+      }
       handle->entryStateIs(failed());
       return handle;
    }
@@ -218,18 +225,20 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
       return handle;
    }
    handle->writeIs();
+   // The pair that waited so far says nothing any more; what it held goes last, and is mostly held anew.
+   auto const before = std::exchange(handle->unresolvedMergedEntry_, nullptr);
+   if (before) {
+      before->detach();
+   }
    WriteWatch watch(*handle);
    Nuv::AllSteps steps;
    HandlePtr ing;
    HandlePtr egr;
-   steps([&] { ing = ingL3NextHop2Table_->entryRef(index, ingEntry); });
+   steps([&] { ingL3NextHop2Table_->entryRef(index, ingEntry, ing); });
    if (!watch.isOvertaken()) {
-      steps([&] { egr = egrL3NextHop2_->entryRef(index, egrEntry); });
+      steps([&] { egrL3NextHop2_->entryRef(index, egrEntry, egr); });
    }
-   // A half whose observers failed is written all the same.
-   ing = ing ? ing : ingL3NextHop2Table_->entryHandle(index);
-   egr = egr ? egr : egrL3NextHop2_->entryHandle(index);
-   if (!watch.isOvertaken()) {
+   if (!watch.isOvertaken() && ing && egr) {
       MergedEntry entry;
       entry.mergedEntryHandleIs(ing);
       entry.mergedEntryHandleIs(egr);
@@ -341,6 +350,7 @@ L3NextHop2Table::leave(EntryHandle& handle) {
       waiting->detach();
    }
    Nuv::AllSteps steps;
+   auto const handler = std::exchange(handle.responseHandler_, ResponseHandler());
    steps([&] { handle.swTableDel(); });
    steps([&] { handle.hwIndexValidIs(false); });
    steps.finish();

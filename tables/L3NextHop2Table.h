@@ -146,6 +146,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void doInitComplete() override;
 
  private:
+   bool hasMemberTables() const { return ingL3NextHop2Table_ && egrL3NextHop2_; }
    void doEnclosingInit();
    void doReserveIndicesAtTableInit();
    Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;

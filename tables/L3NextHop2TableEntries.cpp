@@ -70,6 +70,9 @@ L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry co
       if (isNeeded(*member)) {
          neededEntryHandleSmIs(member);
       }
+   }
+   // All are followed before anybody hears of one.
+   for (auto const& member : entry) {
       if (member->isFailed()) {
          setEntryState(member->entryState());
       }
@@ -158,6 +161,9 @@ L3NextHop2Table::IndexDeallocatorSm::MemberTableSm::handleResolvedEntry(Asic::In
 void
 L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
    auto const& trace = _defaultTraceHandle();
+   if (!table_.indexAllocator()) {
+      return;
+   }
    auto& allocator = *table_.indexAllocator();
    auto key = allocator.keyForIndex(index);
    if (!key.type) {

@@ -109,6 +109,7 @@ SwTableBase::EntryHandle::hwEntryIndexIs(Index index) {
 
 void
 SwTableBase::EntryHandle::announceSwTable() {
+   tableBytes_.hasLeft = true;
    announce([](Notifiee& notifiee) { notifiee.handleSwTable(); });
 }
 

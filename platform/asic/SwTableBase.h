@@ -91,6 +91,9 @@ class ZANDOR_EXPORT SwTableBase::EntryHandle : public Nuv::Object {
    void hwIndexValidIs(bool);
 
    bool isComplete() const { return entryState_ == success(); }
+   /// Whether the handle has left its table: nothing becomes of its entry any more.
+   bool hasLeft() const { return tableBytes_.hasLeft; }
+
    bool isFailed() const { return entryState_ == failed() || entryState_ == failedNeededEntry(); }
 
    virtual Index hwIndexForDependentField() const { return hwEntryIndex_; }
@@ -114,6 +117,7 @@ class ZANDOR_EXPORT SwTableBase::EntryHandle : public Nuv::Object {
       bool isResolved : 1 = false;
       bool isRowRefused : 1 = false;
       bool isMapped : 1 = false;
+      bool hasLeft : 1 = false;
       std::uint8_t writes{};
    };
    TableBytes tableBytes_;

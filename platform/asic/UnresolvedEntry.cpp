@@ -32,7 +32,7 @@ SwTable::UnresolvedEntry::neededEntryHandleSmIs(NeededHandle const& handle) {
 
 void
 SwTable::UnresolvedEntry::noteFailure(NeededEntryHandleSm& sm) {
-   bool failed = sm.handle().isFailed();
+   bool failed = failsWith(sm.handle());
    if (failed != sm.failed_) {
       sm.failed_ = failed;
       failed_ += failed ? 1 : std::size_t(-1);

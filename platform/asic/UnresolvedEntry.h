@@ -21,6 +21,11 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
    /// Waits for one more entry. The handle is held until then.
    void neededEntryHandleSmIs(NeededHandle const& handle);
 
+   /// Whether what needs the entry of `handle` fails for now: it failed itself, or it has left its table.
+   static bool failsWith(SwTableBase::EntryHandle const& handle) {
+      return handle.isFailed() || handle.hasLeft();
+   }
+
    virtual void doResolve() = 0;
    virtual void markFailedNeededEntry() = 0;
    virtual void setEntryState(EntryState) = 0;
@@ -63,6 +68,7 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
    void handleEntryState() override { changed(); }
    void handleHwEntryIndex() override { changed(); }
    void handleHwIndexValid() override { changed(); }
+   void handleSwTable() override { changed(); }
 
  private:
    friend class UnresolvedEntry;

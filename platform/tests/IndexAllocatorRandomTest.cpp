@@ -2,6 +2,7 @@
 #include "platform/asic/FirstFreeIndexAllocator.h"
 #include "platform/asic/testing/Keys.h"
 #include "platform/asic/testing/TinyTable.h"
+#include "platform/nuv/testing/Soak.h"
 
 #include <gmock/gmock.h>
 
@@ -21,22 +22,9 @@ namespace {
 #define __has_feature(feature) 0
 #endif
 
-struct Soak {
-   std::uint64_t steps;
-   std::uint32_t seed;
-};
-
-/// Fewer steps where each takes longer.
-Soak
-soak() {
-   bool isSlow = __has_feature(address_sanitizer) || sizeof(void*) == 4;
-   auto const* steps = std::getenv("L3TUNNEL_SOAK_STEPS");
-   auto const* seed = std::getenv("L3TUNNEL_SEED");
-   return {steps    ? std::strtoull(steps, nullptr, 10)
-           : isSlow ? 100'000
-                    : 1'000'000,
-           seed ? std::uint32_t(std::strtoul(seed, nullptr, 10)) : std::random_device()()};
-}
+/// Steps of each run: fewer where each takes longer. There are two kinds of allocator, and two seeds for
+/// each.
+constexpr int usualSteps = __has_feature(address_sanitizer) || sizeof(void*) == 4 ? 25'000 : 250'000;
 
 /// What both kinds of allocator answer, worked out the long way: one letter for each index.
 class Model {
@@ -320,19 +308,16 @@ using Kinds = testing::Types<FirstFreeIndexAllocator, AnySizedBlockAllocator>;
 TYPED_TEST_SUITE(IndexAllocatorRandom, Kinds);
 
 TYPED_TEST(IndexAllocatorRandom, AnswersAsANaiveModelDoes) {
-   auto [steps, seed] = soak();
-   std::cout << "seed " << seed << '\n';
-   Pair<TypeParam> pair(seed);
-   // The steps are those of both kinds.
-   for (std::uint64_t step = 0; step < steps / 2; ++step) {
-      pair.step();
-      if (step % 100 == 0) {
-         pair.checkHoldings();
+   Nuv::soak(usualSteps, [this](std::uint32_t seed, int steps) {
+      Pair<TypeParam> pair(seed);
+      for (int step = 0; step < steps && !this->HasFatalFailure(); ++step) {
+         SCOPED_TRACE(step);
+         pair.step();
+         if (step % 100 == 0) {
+            pair.checkHoldings();
+         }
       }
-      if (this->HasFatalFailure()) {
-         FAIL() << "at step " << step << " of seed " << seed;
-      }
-   }
+   });
 }
 
 /// All of 2^20 indices, taken one by one, given back in some order and taken again.
@@ -390,7 +375,7 @@ TEST_F(FullIndexSpaceRandom, IsExhaustedAndRecoversFromTheBack) {
 }
 
 TEST_F(FullIndexSpaceRandom, IsExhaustedAndRecoversInAnyOrder) {
-   auto seed = soak().seed;
+   auto seed = Nuv::soakSeeds().back();
    std::cout << "seed " << seed << '\n';
    std::shuffle(order.begin(), order.end(), std::mt19937(seed));
    fill();
@@ -401,7 +386,7 @@ TEST_F(FullIndexSpaceRandom, IsExhaustedAndRecoversInAnyOrder) {
 /// The same with runs, until not even one index is free.
 TEST(FullRunSpaceRandom, IsExhaustedAndRecovers) {
    constexpr Index size = 1 << 20;
-   auto seed = soak().seed;
+   auto seed = Nuv::soakSeeds().back();
    std::cout << "seed " << seed << '\n';
    std::mt19937 random(seed);
    auto const& type = Nuv::nuvType<BlockKey>();

@@ -303,7 +303,7 @@ TEST_P(BlockLaws, WaitsForItsNextHopsFailsWithThemAndRecovers) {
    loop.runUntilIdle();
    EXPECT_EQ(handle->entryState(), State::failedNeededEntry)
          << "one's progress does not hide another's failure";
-   auto waiting = blocks->ref({nextHop(3), nextHop(1)});
+   auto waiting = blocks->ref({nextHop(3), lost});
    EXPECT_EQ(waiting->entryState(), State::failedNeededEntry);
    nextHop(1);
    loop.runUntilIdle();

@@ -90,5 +90,11 @@ TEST(EntryBlockTest, PrintsAsNone) {
    EXPECT_EQ(Nuv::text(Block()), "None");
 }
 
+TEST(EntryBlockDeathTest, NoTextMakesABlock) {
+   L3UnderlayEcmpMember1Table::EntryBlock block;
+   Nuv::TextRange none("None");
+   EXPECT_DEATH(parseText(none, block), "No String constructor for EntryBlock - has collection");
+}
+
 } // namespace
 } // namespace ZandorL3Tunnel

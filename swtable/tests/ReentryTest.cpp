@@ -146,5 +146,108 @@ TEST_F(ReentryTest, ObserverThatThrowsAtTheEndStopsNothing) {
    EXPECT_EQ(rowsPresent(), 0u);
 }
 
+TEST_F(ReentryTest, WhatAnObserverThrowsAtTheEndLeavesThroughTheRemoval) {
+   struct Thrower final : ResolvedEntryNotifiee<Asic::Index> {
+      void handleResolvedEntry(Asic::Index const&) override { throw std::runtime_error("observer"); }
+   };
+   Thrower thrower;
+   for (Asic::Index index : {3, 4, 5}) {
+      table->entryCommit(index, interfaceOf(7));
+   }
+   loop.runUntilIdle();
+   table->resolvedEntryNotifiees().notifieeIs(thrower);
+   EXPECT_THROW(table->entryRemove(3), std::runtime_error);
+   EXPECT_THROW(table->entryRemoveAll(), std::runtime_error);
+   loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 0u);
+   EXPECT_EQ(rowsPresent(), 0u);
+}
+
+TEST_F(ReentryTest, ATableMayLoseItsLastHolderWhileItIsTakenDown) {
+   struct LetGo final : Asic::SwTableBase::EntryHandle::Notifiee {
+      explicit LetGo(Nuv::Ptr<EgrL3Oif2>& of) : table(of) {}
+      void handleSwTable() override { table = nullptr; }
+      Nuv::Ptr<EgrL3Oif2>& table;
+   };
+   auto plain = egrL3Oif2Factory("plain");
+   auto handle = plain->entryRef(1, interfaceOf(7));
+   auto other = plain->entryRef(2, interfaceOf(7));
+   LetGo letGo(plain);
+   handle->notifieeIs(letGo);
+   plain->cleanup();
+   EXPECT_FALSE(plain);
+   EXPECT_EQ(other->references(), 1u);
+}
+
+TEST_F(ReentryTest, AHandlersEndMayRemoveTheEntryAgain) {
+   struct AtEnd {
+      explicit AtEnd(std::function<void()> what) : run(std::move(what)) {}
+      AtEnd(AtEnd const&) = delete;
+      AtEnd& operator=(AtEnd const&) = delete;
+      ~AtEnd() { run(); }
+      std::function<void()> run;
+   };
+   auto remove = [this] { return std::make_shared<AtEnd>([this] { table->entryRemove(3); }); };
+   table->entryCommitWithResponseHandler(3, interfaceOf(7), [end = remove()](State) {});
+   table->entryRemove(3);
+   loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 0u);
+   table->entryCommitWithResponseHandler(3, interfaceOf(7), [end = remove()](State) {});
+   table->entryCommit(3, interfaceOf(8));
+   loop.runUntilIdle();
+   EXPECT_EQ(table->handles().size(), 0u) << "the replaced handler removed what replaced it";
+   EXPECT_EQ(rowsPresent(), 0u);
+}
+
+TEST_F(ReentryTest, WhoNeedsAnEntryThatLeavesItsTableFails) {
+   auto nextHops = egrL3NextHop2Factory("EgrL3NextHop2");
+   nextHops->doInit(unit, stateDatabase, chip->chipInfo());
+   table->entryCommit(5, interfaceOf(1));
+   loop.runUntilIdle();
+   table->entryRemove(5);
+   EgrL3NextHop2::Entry entry;
+   entry.l3Oif2Handle = table->entryWeakRef(5);
+   auto nextHop = nextHops->entryRef(1, entry);
+   EXPECT_EQ(nextHop->entryState(), State::unresolved);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHop->entryState(), State::failedNeededEntry);
+   auto late = nextHops->entryRef(2, entry);
+   EXPECT_EQ(late->entryState(), State::failedNeededEntry);
+   table->entryCommit(5, interfaceOf(1));
+   entry.l3Oif2Handle = table->entryWeakRef(5);
+   nextHops->entryRef(1, entry);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHop->entryState(), State::success);
+}
+
+TEST_F(ReentryTest, WhoWaitsWhenItsNeededTableIsTakenDownFails) {
+   auto nextHops = egrL3NextHop2Factory("EgrL3NextHop2");
+   nextHops->doInit(unit, stateDatabase, chip->chipInfo());
+   EgrL3NextHop2::Entry entry;
+   entry.l3Oif2Handle = table->entryCommit(5, interfaceOf(1));
+   auto nextHop = nextHops->entryRef(1, entry);
+   table->cleanup();
+   EXPECT_EQ(nextHop->entryState(), State::failedNeededEntry);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHop->entryState(), State::failedNeededEntry);
+}
+
+TEST_F(ReentryTest, AnAnswerThatIsDueIsHeardAfterAnswersWereSwitchedOff) {
+   auto handle = table->entryCommit(3, interfaceOf(7));
+   table->responseEnabledIs(false);
+   loop.runUntilIdle();
+   EXPECT_EQ(handle->entryState(), State::success);
+   EXPECT_TRUE(handle->isHwIndexValid());
+}
+
+TEST_F(ReentryTest, AnIteratorWhoseEntryIsRemovedGoesOnToTheNext) {
+   table->entryCommit(3, interfaceOf(7));
+   loop.runUntilIdle();
+   auto at = table->entryIteratorConst(3);
+   ASSERT_TRUE(at);
+   table->entryRemove(3);
+   EXPECT_FALSE(at);
+}
+
 } // namespace
 } // namespace ZandorL3Tunnel

@@ -305,6 +305,77 @@ TEST_F(L3NextHop2TableKeysTest, AnEgressEntryIsTrueWhenItDiffersFromAnEmptyOne) 
    EXPECT_TRUE(entry);
 }
 
+TEST_F(L3NextHop2TableKeysTest, AFormerPairThatIsThereAgainDoesNotAnswerForANewOne) {
+   auto handle = nextHops->entryRef(keyOf(7), ing(1), egr(1));
+   loop.runUntilIdle();
+   interfaces->entryCommit(2, EgrL3Oif2::Entry());
+   nextHops->entryRef(keyOf(7), ing(1), egr(2, 2));
+   auto commit = nextHops->entryCommitWithResponseHandler(keyOf(7), ing(2), egr(1), writeDown());
+   EXPECT_THAT(heard, testing::Not(testing::Contains(State::success)));
+   loop.runUntilIdle();
+   EXPECT_THAT(heard, testing::Contains(State::success));
+   EXPECT_EQ(nextHops->ingL3NextHop2TableEntry(keyOf(7)), ing(2));
+}
+
+TEST_F(L3NextHop2TableKeysTest, AnObserverThatThrowsCostsNeitherHalfNorIndex) {
+   struct Thrower final : ResolvedEntryNotifiee<Asic::Index> {
+      void handleResolvedEntry(Asic::Index const&) override { throw std::runtime_error("observer"); }
+   };
+   Thrower thrower;
+   nextHops->ingL3NextHop2Table()->resolvedEntryNotifiees().notifieeIs(thrower);
+   EXPECT_THROW(nextHops->entryCommit(keyOf(7), ing(7), egr(1)), std::runtime_error);
+   thrower.leave();
+   auto other = nextHops->entryRef(keyOf(8), ing(8), egr(2));
+   loop.runUntilIdle();
+   auto handle = nextHops->entryHandle(keyOf(7));
+   EXPECT_EQ(handle->entryState(), State::success);
+   EXPECT_NE(handle->hwEntryIndex(), other->hwEntryIndex());
+   handle = nullptr;
+   other = nullptr;
+   expectNothingLeft();
+}
+
+TEST_F(L3NextHop2TableKeysTest, ASecondRequestOnAFullTableIsToldToo) {
+   std::vector<Handle> handles;
+   for (std::uint16_t port = 1; port < 8; ++port) {
+      handles.push_back(nextHops->entryRef(keyOf(port), ing(port), egr(1)));
+   }
+   auto refused = nextHops->entryRef(keyOf(8), ing(8), egr(1));
+   nextHops->entryCommitWithResponseHandler(keyOf(8), ing(8), egr(1), writeDown());
+   EXPECT_THAT(heard, ElementsAre(State::failed));
+}
+
+TEST_F(L3NextHop2TableKeysTest, WithoutHardwareItHandsOutIndicesAllTheSame) {
+   auto plain = l3NextHop2TableFactory();
+   auto elsewhere = Nuv::make<Kallo::EntityManager>();
+   Asic::ChipInfo noChip;
+   noChip.sharedAllocators = Nuv::make<Asic::SharedAllocators>();
+   plain->doInit(unit, elsewhere, noChip);
+   EXPECT_NE(plain->entryRef(keyOf(7), ing(7), egr(1))->entryState(), State::failed);
+}
+
+TEST_F(L3NextHop2TableKeysTest, WithoutItsMemberTablesItTakesNothing) {
+   auto bare = l3NextHop2TableFactory();
+   EXPECT_EQ(bare->numEntries(), Asic::invalidIndex);
+   EXPECT_FALSE(bare->entryRef(keyOf(7), ing(7), egr(1)));
+   EXPECT_FALSE(bare->ingL3NextHop2TableEntry(keyOf(7)));
+   bare->doPublishHwTableMountInfo();
+}
+
+TEST_F(L3NextHop2TableKeysTest, AHalfTakenBackIntoUseHasNoIndexUntilItHasARow) {
+   auto first = nextHops->entryRef(keyOf(7), ing(7), egr(1));
+   loop.runUntilIdle();
+   first = nullptr;
+   interfaces->entryCommit(2, EgrL3Oif2::Entry());
+   auto second = nextHops->entryRef(keyOf(8), ing(8), egr(2, 2));
+   EXPECT_EQ(second->entryState(), State::unresolved) << "its egress half has no row yet";
+   loop.runUntilIdle();
+   EXPECT_EQ(second->entryState(), State::success);
+   second = nullptr;
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHops->indexAllocator()->holders(), 0u);
+}
+
 using L3NextHop2TableKeysDeathTest = L3NextHop2TableKeysTest;
 
 TEST_F(L3NextHop2TableKeysDeathTest, MappingWantsTwoKeysAndAnEntryAndExplicitRemoval) {

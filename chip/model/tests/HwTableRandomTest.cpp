@@ -1,5 +1,6 @@
 #include "chip/model/testing/ReferenceTable.h"
 #include "chip/model/testing/RowsTest.h"
+#include "platform/nuv/testing/Soak.h"
 
 #include <cstdlib>
 #include <deque>
@@ -13,19 +14,6 @@ namespace ModelChip {
 namespace {
 
 using Asic::Index;
-
-std::vector<std::uint32_t>
-seeds() {
-   auto const* seed = std::getenv("L3TUNNEL_SEED");
-   return seed ? std::vector{std::uint32_t(std::strtoul(seed, nullptr, 0))}
-               : std::vector<std::uint32_t>{1, 2};
-}
-
-unsigned long
-steps() {
-   auto const* steps = std::getenv("L3TUNNEL_SOAK_STEPS");
-   return steps ? std::strtoul(steps, nullptr, 0) : 100000;
-}
 
 /// A hardware table with all faults beside the reference, which must agree after every step.
 class HwTableRandomTest : public RowsTest {
@@ -255,11 +243,9 @@ class HwTableRandomTest : public RowsTest {
 };
 
 TEST_F(HwTableRandomTest, RandomUseWithAllFaultsAgreesWithThePlainReference) {
-   for (auto seed : seeds()) {
-      std::cout << "seed " << seed << ", " << steps() << " steps\n";
-      SCOPED_TRACE(seed);
+   Nuv::soak(100'000, [this](std::uint32_t seed, int steps) {
       start(seed);
-      for (unsigned long count = 0; count < steps() && !HasFailure(); ++count) {
+      for (int count = 0; count < steps && !HasFailure(); ++count) {
          step();
          switch (random() % 4096) {
          case 0:
@@ -271,10 +257,7 @@ TEST_F(HwTableRandomTest, RandomUseWithAllFaultsAgreesWithThePlainReference) {
          }
       }
       end();
-      if (HasFailure()) {
-         return;
-      }
-   }
+   });
 }
 
 } // namespace
