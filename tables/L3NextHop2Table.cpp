@@ -299,14 +299,14 @@ L3NextHop2Table::entryMapToKey(Key const& newKey, Key const& existingKey,
    }
    mapped_.valueIs(newKey, eh);
    if (before) {
-      mappingDel(std::move(before));
+      mappingDel(before);
    }
    return eh;
 }
 
-// The mapping's reference goes last.
+// The mapping's reference goes last, with the caller's.
 void
-L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> handle) {
+L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> const& handle) {
    if (--handle->mappings_ == 0) {
       handle->isMappedIs(false);
    }
@@ -315,9 +315,9 @@ L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> handle) {
 void
 L3NextHop2Table::entryRemove(Key const& key) {
    if (auto* found = mapped_.find(key)) {
-      auto mapped = std::move(*found);
+      auto const mapped = *found;
       mapped_.erase(key);
-      mappingDel(std::move(mapped));
+      mappingDel(mapped);
       return;
    }
    auto handle = handles_.find(key);

@@ -150,7 +150,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void doEnclosingInit();
    void doReserveIndicesAtTableInit();
    Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;
-   void mappingDel(Nuv::Ptr<EntryHandle> handle);
+   static void mappingDel(Nuv::Ptr<EntryHandle> const& handle);
    void ingL3NextHop2TableIs(Nuv::Ptr<IngL3NextHop2Table> table);
    void egrL3NextHop2Is(Nuv::Ptr<EgrL3NextHop2> table);
    Nuv::Ptr<EntryHandle> writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType);

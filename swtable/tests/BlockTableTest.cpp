@@ -26,7 +26,7 @@ class BlockTableTest : public ModelChip::ChipTest {
    }
 
    /// A next hop to port `port` over `over`, or over the fixture's interface.
-   Handle nextHopTo(std::uint16_t port, Handle over = {}) {
+   Handle nextHopTo(std::uint16_t port, Handle const& over = {}) {
       L3UnderlayNextHopKey key;
       key.l2If = {port};
       IngL3NextHop2Table::Entry ing;

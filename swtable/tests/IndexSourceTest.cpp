@@ -7,8 +7,6 @@
 namespace ZandorL3Tunnel {
 namespace {
 
-using testing::ElementsAre;
-
 struct MemberEntry : Asic::EntryBase, Nuv::Record<MemberEntry> {
    std::uint32_t value{};
 

@@ -101,8 +101,8 @@ class Pair {
    /// Without faults and users everything ends. A delete whose answer was lost ends with the next write.
    void finish() {
       faults_->stop();
-      for (Asic::Index index = 0; index < keyCount; ++index) {
-         keys_[index].users.clear();
+      for (auto& key : keys_) {
+         key.users.clear();
       }
       loop_.runUntilIdle();
       for (Asic::Index index = 0; index < keyCount; ++index) {
