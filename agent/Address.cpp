@@ -71,6 +71,11 @@ IpAddress::text() const {
    return buffer;
 }
 
+bool
+IpAddress::isMulticast() const {
+   return family == Family::v4 ? bytes[0] >> 4 == 0xe : bytes[0] == 0xff;
+}
+
 std::uint32_t
 IpAddress::v4() const {
    std::uint32_t value;
@@ -111,3 +116,14 @@ IpAddress::fromBytes(std::span<std::byte const> source) {
 }
 
 } // namespace L3TunnelAgent
+
+std::size_t
+std::hash<L3TunnelAgent::IpAddress>::operator()(L3TunnelAgent::IpAddress const& address) const noexcept {
+   // The bytes beyond an IPv4 address are zero, so the family adds nothing that its length does not say.
+   std::uint64_t high;
+   std::uint64_t low;
+   std::memcpy(&high, address.bytes.data(), sizeof high);
+   std::memcpy(&low, address.bytes.data() + sizeof high, sizeof low);
+   std::uint64_t mixed = (high ^ low * 0x9e3779b97f4a7c15U) * 0xff51afd7ed558ccdU;
+   return static_cast<std::size_t>(mixed ^ mixed >> 32);
+}

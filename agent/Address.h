@@ -4,6 +4,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -44,6 +45,12 @@ struct IpAddress {
    /// @return the usual text form, "10.0.0.1" or "fe80::1".
    std::string text() const;
 
+   /// @return whether it is that of a group of machines.
+   bool isMulticast() const;
+
+   /// @return how many bits an address of its family has.
+   std::uint8_t bits() const { return family == Family::v4 ? 32 : 128; }
+
    /// @return an IPv4 address as a number in host order. Only for IPv4.
    std::uint32_t v4() const;
 
@@ -58,3 +65,8 @@ struct IpAddress {
 };
 
 } // namespace L3TunnelAgent
+
+template <>
+struct std::hash<L3TunnelAgent::IpAddress> {
+   std::size_t operator()(L3TunnelAgent::IpAddress const& address) const noexcept;
+};

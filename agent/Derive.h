@@ -3,6 +3,7 @@
 #include "agent/KernelState.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,15 +19,16 @@ enum class ViaKind : std::uint8_t {
 /// One way that packets to a destination take.
 struct DerivedVia {
    ViaKind kind{};
-   std::optional<MacAddress> mac{};     // of the neighbour; only of a unicast via, and always there
-   std::optional<int> device{};         // index of the routed device; its MAC is the source of the frame
-   std::optional<int> port{};           // index of the device that the frame leaves by, when that is known
-   std::optional<std::uint16_t> vlan{}; // of the routed device; none: it is untagged
+   std::optional<MacAddress> mac{};       // of the neighbour; only of a unicast via, and always there
+   std::optional<int> device{};           // index of the routed device
+   std::optional<MacAddress> sourceMac{}; // of the routed device: the frame's source; none: it has none
+   std::optional<int> port{};             // index of the device that the frame leaves by, when that is known
+   std::optional<std::uint16_t> vlan{};   // of the routed device; none: it is untagged
    std::optional<bool> tagged{}; // whether the frame leaves the port with that VLAN; known when the port is
    unsigned weight{1};           // share of the packets, relative to the other vias: 1 to 65536
    std::optional<IpAddress>
          gateway{};      // the neighbour; the destination itself when that is directly connected
-   std::string reason{}; // empty for a unicast via whose port is known
+   std::string reason{}; // empty for a unicast via with a port and a source
 
    bool operator==(DerivedVia const&) const = default;
 };
@@ -39,8 +41,27 @@ struct Destination {
    bool operator==(Destination const&) const = default;
 };
 
-/// @return the IPv4 tunnel destinations that forwarding entries of vxlan devices name, each one once, ordered
-/// by address, with the ways that the routing of the state gives to them.
+/// @return the tunnel destinations that forwarding entries of vxlan devices name, each one once, ordered by
+/// address, with the ways that the routing of the state gives to them. All is derived from scratch.
 std::vector<Destination> destinations(KernelState const& state);
+
+class SearchObserver;
+
+/// How packets leave for a neighbour.
+using AdjacencyOf = std::function<DerivedVia(NeighbourKey const&)>;
+
+/// @return one destination's ways, whether a vxlan device names it or not.
+/// @param observer hears of the search for its route; may be null.
+/// @param adjacencyOf what adjacency() says, or said and still would.
+Destination derive(KernelState const& state, IpAddress const& address, SearchObserver* observer,
+                   AdjacencyOf const& adjacencyOf);
+
+/// @return the destinations that one forwarding entry names, in no particular order: none unless its device
+/// is a vxlan device.
+/// @param objects receives the next-hop objects that it asked for, those that are missing included; may be
+/// null.
+std::vector<IpAddress> namedDestinations(KernelState const& state, VxlanKey const& key,
+                                         VxlanEntry const& entry,
+                                         std::vector<std::uint32_t>* objects = nullptr);
 
 } // namespace L3TunnelAgent

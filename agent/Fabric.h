@@ -1,95 +1,190 @@
 #pragma once
 
 #include "agent/Derive.h"
+#include "agent/Interfaces.h"
+#include "agent/Ports.h"
 #include "chip/model/Chip.h"
 #include "programmer/L3UnderlayEcmpProgrammer.h"
 #include "tables/L3EcmpGroup0Table.h"
 
+#include <map>
+#include <set>
+#include <unordered_map>
+#include <unordered_set>
+
 namespace L3TunnelAgent {
-
-/// What tells one egress interface entry from another: several devices may share one, and an SVI whose ports
-/// differ in tagging has two.
-struct InterfaceKey : Nuv::Record<InterfaceKey> {
-   Fendo::EthAddr sourceMac;
-   bool tagged{};
-   std::uint16_t vlan{}; ///< 0 when not tagged
-
-   static constexpr auto fieldList() {
-      return Nuv::fieldList("L3TunnelAgent::InterfaceKey", Nuv::field("sourceMac", &InterfaceKey::sourceMac),
-                            Nuv::field("tagged", &InterfaceKey::tagged),
-                            Nuv::field("vlan", &InterfaceKey::vlan));
-   }
-};
 
 /// A via as it was handed to the library, or left out.
 struct ProgrammedVia {
    DerivedVia via;
    bool isProgrammed{};
-   ZandorL3Tunnel::L3ViaEntry entry; ///< what was handed over; meaningless when nothing was
+   ZandorL3Tunnel::L3ViaEntry entry{};     ///< what was handed over; meaningless when nothing was
+   Nuv::Ptr<Interfaces::Use> interface {}; ///< that the entry names, if it does
+   std::string shortOf{};                  ///< what there is no room for, so that the CPU serves the via
+
+   /// Whether the chip can forward over it.
+   bool forwards() const { return via.kind == ViaKind::unicast && entry.l2If.isValid(); }
+   bool isToCpu() const { return via.kind == ViaKind::cpu || (via.kind == ViaKind::unicast && !forwards()); }
 };
 
-/// A tunnel destination and what stands in the tables for it. Without a route there is neither block nor
-/// group.
-struct ProgrammedDestination {
+/// The vias of a destination and the block that holds them.
+struct ViaSet {
    using Handle = Nuv::Ptr<Asic::SwTableBase::EntryHandle const>;
 
-   IpAddress address;
    std::vector<ProgrammedVia> vias;
-   std::string reason;
-   Handle block;
-   Handle group;
+   Nuv::Ptr<ZandorL3Tunnel::L3Via const> handed; ///< those that are programmed
+   Handle block;                                 ///< null once the set has failed
+};
+
+/// How far a destination has come: the state of its wanted set's block until the group has moved there, the
+/// group's after that.
+enum class DestinationState : std::uint8_t {
+   noRoute,
+   unresolved,
+   inProgress,
+   success,
+   failedNeededEntry,
+   failed,
+};
+
+/// The state's name, "failedNeededEntry".
+std::string_view text(DestinationState state);
+
+/// A tunnel destination and what stands in the tables for it.
+struct ProgrammedDestination {
+   using Handle = ViaSet::Handle;
+
+   IpAddress address{};
+   std::uint32_t adjacency{};       ///< key of its group
+   DestinationState failure{};      ///< of the wanted set, when that has no block
+   std::string reason{};            ///< why there is no route, or why the wanted set failed; else empty
+   bool lacksGroup{};               ///< the wanted set failed because no group was free
+   bool tookGroupBack{};            ///< the group was still in use for an earlier set when it was asked for
+   std::optional<ViaSet> current{}; ///< the set that the group points at
+   std::optional<ViaSet> wanted{};  ///< the newest set, until the group has moved to it
+   Handle group{};                  ///< null without a route, and when none was ever programmed
+
+   /// The newest set; null without a route.
+   ViaSet const* set() const { return wanted ? &*wanted : current ? &*current : nullptr; }
+   DestinationState state() const;
 };
 
 /// One switch: a chip, the library's tables for it, and the tunnel destinations programmed into them.
+///
+/// A destination that changes gets its new block first; its group moves there, and what it leaves is given
+/// back when the chip has confirmed that. A set that fails leaves the destination with what it had, and is
+/// asked for again when something was released.
 class Fabric {
  public:
-   /// A chip with tables of the sizes given, or of the chip's own; nothing is programmed.
-   explicit Fabric(ModelChip::Chip::Sizes const& sizes = {});
+   struct Settings {
+      ModelChip::Chip::Sizes sizes{}; ///< rows of tables by name; the chip's own for the others
+      bool includeUnresolved{};       ///< vias to the CPU stay in sets that also forward
+      bool dropToCpu{};               ///< what would go to the CPU is dropped
+   };
+
+   /// Nothing is programmed. Throws `Nuv::RangeException` for sizes that the chip cannot have.
+   explicit Fabric(Settings settings);
+   Fabric() : Fabric(Settings()) {}
    ~Fabric();
 
-   /// Programs every destination, in order: interfaces first, then the block of next hops, then the group.
-   /// The chip answers when the loop is stepped.
-   void program(KernelState const& state, std::vector<Destination> const& destinations);
+   /// Programs the destination's vias, now or instead of those that it has. The chip answers when the loop is
+   /// stepped.
+   void destinationIs(Destination const& destination);
 
-   /// Takes everything out again, groups first, and waits until the chip has.
+   /// Takes the destination out.
+   void destinationDel(IpAddress const& address);
+
+   /// Steps the loop until the chip has answered everything, and does what follows from the answers; returns
+   /// the number of steps.
+   std::size_t settle();
+
+   /// Does a part of what settle() does: at most so many steps of the loop, or what follows from the answers
+   /// so far, or the next try of one destination that failed.
+   /// @return whether anything is left to do.
+   bool step(std::size_t mostSteps);
+
+   /// Whether step() would find nothing to do, because it found nothing and nothing was asked for since.
+   bool isSettled() const { return settled_; }
+
+   /// Takes everything out and settles.
    void clear();
 
-   /// Steps the loop until the chip has answered everything; returns the number of steps.
-   std::size_t settle() { return loop_.runUntilIdle(); }
+   /// @return the addresses of destinations whose state, vias or rows may have changed since this was last
+   /// called, ascending.
+   std::vector<IpAddress> takeTouched();
 
-   std::vector<ProgrammedDestination> const& destinations() const { return destinations_; }
+   std::map<IpAddress, ProgrammedDestination> const& destinations() const { return destinations_; }
+   Settings const& settings() const { return settings_; }
 
    ModelChip::Chip& chip() { return *chip_; }
    ModelChip::Chip const& chip() const { return *chip_; }
-   ZandorL3Tunnel::EgrL3Oif2 const& interfaces() const { return *interfaces_; }
+   Interfaces const& interfaces() const { return *interfaces_; }
+   Ports const& ports() const { return ports_; }
    ZandorL3Tunnel::L3EcmpGroup0Table const& groups() const { return *groups_; }
    ZandorL3Tunnel::L3UnderlayEcmpProgrammer const& programmer() const { return *programmer_; }
 
-   /// The number of the port: the agent's own, from 1 in the order in which ports were first used.
-   std::optional<std::uint16_t> portNumber(int device) const;
-
-   /// The device behind a port's number; 0 when the number is not in use.
-   int portDevice(std::uint16_t number) const;
-
  private:
-   ProgrammedVia programmedVia(KernelState const& state, DerivedVia const& via);
-   void unicastIs(KernelState const& state, ProgrammedVia& programmed);
-   Asic::Index interfaceIs(InterfaceKey const& key);
-   std::uint16_t portNumberIs(int device);
-   void blockAndGroupAre(ProgrammedDestination& destination, std::uint32_t adjacency);
+   /// How much is free of each thing that a set may lack.
+   struct Room {
+      Asic::Index memberRun{}; ///< the longest
+      Asic::Index nextHops{};
+      Asic::Index interfaces{};
+      Asic::Index groups{};
+
+      bool exceeds(Room const& other) const;
+   };
+
+   ViaSet viaSet(std::vector<DerivedVia> const& vias);
+   ProgrammedVia programmedVia(DerivedVia const& via);
+   void unicastIs(ProgrammedVia& programmed);
+   void wantedIs(ProgrammedDestination& destination, ViaSet set);
+   void groupIs(ProgrammedDestination& destination, ViaSet const& set);
+   void groupDel(ProgrammedDestination& destination);
+   bool follow(ProgrammedDestination& destination);
+   bool followAll();
+   void failedIs(ProgrammedDestination& destination, DestinationState failure, std::string reason);
+   void touch(IpAddress const& address);
+   bool mayHaveRoom();
+   Room room() const;
+   bool awaitsAnswers() const;
+   void retryBegins();
+   void retryNext();
+   void retryEnds();
+   bool takeBackPorts();
+
+   /// Those that failed, tried again one after the other.
+   struct Retry {
+      std::set<IpAddress> left;
+      std::size_t freeGroups{};
+      std::unordered_map<std::size_t, std::vector<std::vector<DerivedVia>>> hopeless; // by their hash
+      std::optional<Destination> tried{};                                             // now
+      bool takesGroup{};
+      Room room{}; // before that
+   };
 
    static constexpr Asic::UnitId unit = 0;
 
+   Settings settings_;
    Nuv::ReactionLoop loop_;
    Nuv::Ptr<ModelChip::Chip> chip_;
    Nuv::Ptr<Kallo::EntityManager> stateDatabase_;
    Nuv::Ptr<Local::EntityManager> local_;
-   Nuv::Ptr<ZandorL3Tunnel::EgrL3Oif2> interfaces_;
-   Nuv::Ptr<Asic::FirstFreeIndexAllocator> interfaceIndices_;
    Nuv::Ptr<ZandorL3Tunnel::L3EcmpGroup0Table> groups_;
    Nuv::Ptr<ZandorL3Tunnel::L3UnderlayEcmpProgrammer> programmer_;
-   std::vector<int> ports_;
-   std::vector<ProgrammedDestination> destinations_;
+   std::unique_ptr<Interfaces> interfaces_;
+   Ports ports_;
+   std::map<IpAddress, ProgrammedDestination> destinations_;
+   std::set<IpAddress> moving_; // their wanted sets have blocks
+   std::set<IpAddress> failed_; // they lack something that may become free
+   std::optional<Retry> retry_;
+   std::unordered_set<IpAddress> touched_;
+   std::uint32_t lastAdjacency_{};
+   bool released_{};       // something that a failed one may need, since they were tried
+   bool gaveBack_{};       // the same, by a set that failed
+   bool awaited_{};        // when it was settled, the chip owed answers
+   bool portsTakenBack_{}; // since it was settled
+   bool settled_{true};
+   std::size_t steps_{};
 };
 
 /// The library's form of an Ethernet address.

@@ -1,92 +1,96 @@
 #include "agent/KernelState.h"
 
+#include "agent/Index.h"
+
 #include <algorithm>
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
 
 namespace L3TunnelAgent {
 
-Prefix
-Prefix::of(std::uint32_t address, std::uint8_t length) {
-   if (length == 0) {
-      return {};
-   }
-   length = std::min<std::uint8_t>(length, 32);
-   return {.bits = address & ~std::uint32_t{0} << (32 - length), .length = length};
+namespace {
+
+constexpr std::uint32_t localPriority = 0;
+constexpr std::uint32_t mainPriority = 32766;
+constexpr std::uint32_t defaultPriority = 32767;
+
+Rule
+tableRule(std::uint32_t priority, std::uint32_t table) {
+   return {.priority = priority, .action = FR_ACT_TO_TBL, .table = table};
 }
 
-void
-RouteTable::add(Prefix prefix, Route route) {
-   auto& routes = byLength_.at(prefix.length)[prefix.bits];
-   if (std::find(routes.begin(), routes.end(), route) != routes.end()) {
-      return;
-   }
-   auto const behind =
-         std::upper_bound(routes.begin(), routes.end(), route.metric,
-                          [](std::uint32_t metric, Route const& r) { return metric < r.metric; });
-   routes.insert(behind, std::move(route));
+template <typename Map, typename Key>
+auto const*
+valueOf(Map const& map, Key const& key) {
+   auto const found = map.find(key);
+   return found == map.end() ? nullptr : &found->second;
 }
 
-void
-RouteTable::replace(Prefix prefix, Route route) {
-   auto& routes = byLength_.at(prefix.length)[prefix.bits];
-   auto const found = std::find_if(routes.begin(), routes.end(), [&](Route const& r) {
-      return r.tos == route.tos && r.metric == route.metric;
-   });
-   if (found == routes.end()) {
-      add(prefix, std::move(route));
-   } else {
-      *found = std::move(route);
-   }
-}
-
+/// @return whether the map says something else now.
+template <typename Map, typename Key, typename Value>
 bool
-RouteTable::remove(Prefix prefix, Route const& route) {
-   auto& byBits = byLength_.at(prefix.length);
-   auto const entry = byBits.find(prefix.bits);
-   if (entry == byBits.end()) {
+valueIs(Map& map, Key const& key, Value value) {
+   auto const [place, added] = map.try_emplace(key);
+   if (!added && place->second == value) {
       return false;
    }
-   auto& routes = entry->second;
-   auto const same = [&](Route const& r) { return r.tos == route.tos && r.metric == route.metric; };
-   // The flags of next hops change unannounced, so the exact route is only the first choice among equals.
-   auto found = std::find(routes.begin(), routes.end(), route);
-   if (found == routes.end()) {
-      found = std::find_if(routes.begin(), routes.end(), same);
-   }
-   if (found == routes.end()) {
-      return false;
-   }
-   routes.erase(found);
-   if (routes.empty()) {
-      byBits.erase(entry);
-   }
+   place->second = std::move(value);
    return true;
 }
 
-std::vector<Route> const*
-RouteTable::find(Prefix prefix) const {
-   auto const& byBits = byLength_.at(prefix.length);
-   if (byBits.empty()) {
-      return nullptr;
-   }
-   auto const entry = byBits.find(prefix.bits);
-   return entry == byBits.end() ? nullptr : &entry->second;
+bool
+isOwn(std::map<int, std::set<InterfaceAddress>> const& addresses, IpAddress const& address) {
+   return std::any_of(addresses.begin(), addresses.end(), [&](auto const& ofDevice) {
+      return std::any_of(ofDevice.second.begin(), ofDevice.second.end(),
+                         [&](InterfaceAddress const& own) { return own.address == address; });
+   });
 }
 
-std::size_t
-RouteTable::size() const {
-   std::size_t size = 0;
-   for (auto const& byBits : byLength_) {
-      for (auto const& [bits, routes] : byBits) {
-         size += routes.size();
-      }
-   }
-   return size;
+} // namespace
+
+KernelState::KernelState() {
+   rules_[static_cast<std::size_t>(Family::v4)].list = {tableRule(localPriority, RT_TABLE_LOCAL),
+                                                        tableRule(mainPriority, RT_TABLE_MAIN),
+                                                        tableRule(defaultPriority, RT_TABLE_DEFAULT)};
+   rules_[static_cast<std::size_t>(Family::v6)].list = {tableRule(localPriority, RT_TABLE_LOCAL),
+                                                        tableRule(mainPriority, RT_TABLE_MAIN)};
 }
 
 Link const*
 KernelState::link(int index) const {
-   auto const found = links.find(index);
-   return found == links.end() ? nullptr : &found->second;
+   return valueOf(links_, index);
+}
+
+Neighbour const*
+KernelState::neighbour(NeighbourKey const& key) const {
+   return valueOf(neighbours_, key);
+}
+
+NextHopObject const*
+KernelState::nextHop(std::uint32_t id) const {
+   return valueOf(nextHops_, id);
+}
+
+PortVlans const*
+KernelState::portVlans(int device) const {
+   return valueOf(portVlans_, device);
+}
+
+RouteTable const*
+KernelState::table(Family family, std::uint32_t id) const {
+   return valueOf(tables_, std::pair(family, id));
+}
+
+RouteTable::Routes const*
+KernelState::routes(RouteKey const& key) const {
+   auto const* const found = table(key.prefix.address.family, key.table);
+   return found ? found->find(key.prefix) : nullptr;
+}
+
+std::optional<int>
+KernelState::bridgePort(BridgeKey const& key) const {
+   auto const* const found = valueOf(bridgeEntries_, key);
+   return found ? std::optional(*found) : std::nullopt;
 }
 
 std::string
@@ -96,14 +100,165 @@ KernelState::linkName(int index) const {
 }
 
 void
-KernelState::addRule(Rule const& rule) {
-   if (std::find(rules.begin(), rules.end(), rule) != rules.end()) {
+KernelState::linkIs(int index, Link link) {
+   link.told.value = ++messages_;
+   bool const isUp = link.isUp();
+   bool const hasCarrier = link.hasCarrier();
+   Link const* const before = this->link(index);
+   bool const isLost = before && ((before->isUp() && !isUp) || (before->hasCarrier() && !hasCarrier));
+   if (!valueIs(links_, index, std::move(link))) {
       return;
    }
+   changes_.links.insert(index);
+   doubts_ += isLost ? 1 : 0;
+   if (!isUp || !hasCarrier) {
+      hopsGoWithDevice(index);
+   }
+   if (!isUp) {
+      routesGoDown(index);
+   }
+}
+
+void
+KernelState::linkDel(int index) {
+   if (links_.erase(index) == 0) {
+      return;
+   }
+   changes_.links.insert(index);
+   ++doubts_;
+   hopsGoWithDevice(index);
+   routesGoAway(index);
+   for (auto const& address : indexed(addresses_, index)) {
+      addressDel(index, address);
+   }
+   entriesGoAway(index);
+}
+
+void
+KernelState::neighbourIs(NeighbourKey const& key, Neighbour const& neighbour) {
+   if (valueIs(neighbours_, key, neighbour)) {
+      changes_.neighbours.insert(key);
+   }
+}
+
+void
+KernelState::neighbourDel(NeighbourKey const& key) {
+   if (neighbours_.erase(key) != 0) {
+      changes_.neighbours.insert(key);
+   }
+}
+
+void
+KernelState::vxlanEntryIs(VxlanKey const& key, VxlanEntry const& entry) {
+   auto const* const old = valueOf(vxlanEntries_, key);
+   if (old && *old == entry) {
+      return;
+   }
+   if (old && old->nextHopId) {
+      indexDel(entriesOfObject_, *old->nextHopId, key);
+   }
+   if (entry.nextHopId) {
+      entriesOfObject_[*entry.nextHopId].insert(key);
+   }
+   vxlanEntries_[key] = entry;
+   changes_.vxlanEntries.insert(key);
+}
+
+void
+KernelState::vxlanEntryDel(VxlanKey const& key) {
+   auto const found = vxlanEntries_.find(key);
+   if (found == vxlanEntries_.end()) {
+      return;
+   }
+   if (found->second.nextHopId) {
+      indexDel(entriesOfObject_, *found->second.nextHopId, key);
+   }
+   changes_.vxlanEntries.insert(key);
+   vxlanEntries_.erase(found);
+}
+
+void
+KernelState::addressIs(int device, InterfaceAddress const& address, bool dumped) {
+   addressesDumped_ |= dumped;
+   bool const isFirst = addresses_.count(device) == 0;
+   addresses_[device].insert(address);
+   Link const* const over = link(device);
+   if (!dumped && isFirst && over && over->isUp()) {
+      hopsAre(device, false);
+   }
+}
+
+void
+KernelState::addressDel(int device, InterfaceAddress const& address) {
+   bool const wasThere = addresses_.count(device) != 0;
+   indexDel(addresses_, device, address);
+   if (!addressesDumped_ || !wasThere) {
+      return;
+   }
+   if (routesOfSource_.count(address.address) && !isOwn(addresses_, address.address)) {
+      ++doubts_;
+      routesGoWithSource(address.address);
+   }
+   if (!addresses_.count(device)) {
+      ++doubts_;
+      routesGoWithAddresses(device);
+   }
+}
+
+void
+KernelState::bridgeEntryIs(BridgeKey const& key, int port) {
+   if (valueIs(bridgeEntries_, key, port)) {
+      changes_.bridgeEntries.insert(key);
+   }
+}
+
+void
+KernelState::bridgeEntryDel(BridgeKey const& key) {
+   if (bridgeEntries_.erase(key) != 0) {
+      changes_.bridgeEntries.insert(key);
+   }
+}
+
+void
+KernelState::portVlansAre(int device, PortVlans const& vlans) {
+   if (valueIs(portVlans_, device, vlans)) {
+      changes_.portVlans.insert(device);
+   }
+}
+
+void
+KernelState::portVlansDel(int device) {
+   if (portVlans_.erase(device) != 0) {
+      changes_.portVlans.insert(device);
+   }
+}
+
+void
+KernelState::ruleIs(Family family, Rule const& rule, bool dumped) {
+   auto& rules = rules_[static_cast<std::size_t>(family)];
+   if (dumped && !std::exchange(rules.dumped, true)) {
+      if (std::exchange(rules.list, {rule}) != std::vector{rule}) {
+         changes_.rules.insert(family);
+      }
+      return;
+   }
+   auto const first =
+         std::lower_bound(rules.list.begin(), rules.list.end(), rule.priority,
+                          [](Rule const& r, std::uint32_t priority) { return r.priority < priority; });
    auto const behind =
-         std::upper_bound(rules.begin(), rules.end(), rule.priority,
+         std::upper_bound(first, rules.list.end(), rule.priority,
                           [](std::uint32_t priority, Rule const& r) { return priority < r.priority; });
-   rules.insert(behind, rule);
+   if (std::find(first, behind, rule) == behind) {
+      rules.list.insert(behind, rule);
+      changes_.rules.insert(family);
+   }
+}
+
+void
+KernelState::ruleDel(Family family, Rule const& rule) {
+   if (std::erase(rules_[static_cast<std::size_t>(family)].list, rule) != 0) {
+      changes_.rules.insert(family);
+   }
 }
 
 } // namespace L3TunnelAgent

@@ -1,174 +1,191 @@
 #pragma once
 
-#include "agent/Address.h"
+#include "agent/Changes.h"
+#include "agent/RouteTable.h"
 
-#include <array>
-#include <compare>
-#include <cstdint>
 #include <map>
-#include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
-// The forwarding state of a kernel as it told it, without any conclusion. Numbers whose meaning is the
-// kernel's (types, states, flags) are kept as they are in its public headers.
 namespace L3TunnelAgent {
 
-enum class LinkKind : std::uint8_t { plain, vlan, bridge, vxlan };
-
-struct Link {
-   std::string name{};
-   LinkKind kind{LinkKind::plain};
-   std::optional<MacAddress> mac{};
-   std::uint32_t flags{};               // IFF_*
-   std::optional<int> lower{};          // the device that this one is stacked on
-   std::optional<int> master{};         // the bridge that this one is a port of
-   std::optional<std::uint16_t> vlan{}; // of a VLAN sub-interface
-   bool vlanFiltering{};                // of a bridge
-   bool ignoreLinkdown{};               // routes over it are left out while it has no carrier
-
-   bool operator==(Link const&) const = default;
+/// Where a route goes among those of its prefix, type of service and metric.
+enum class RoutePlace : std::uint8_t {
+   behind,  // all of them
+   before,  // all of them
+   instead, // of the first of them; behind the others when there is none
 };
 
-struct NeighbourKey {
-   int device{};
-   IpAddress address{};
-
-   auto operator<=>(NeighbourKey const&) const = default;
-};
-
-struct Neighbour {
-   std::uint16_t state{}; // NUD_*
-   std::optional<MacAddress> mac{};
-
-   bool operator==(Neighbour const&) const = default;
-};
-
-/// One MAC has one entry, but for zero and group addresses, which have one per remote destination.
-struct VxlanKey {
-   int device{};
-   std::uint32_t sourceVni{}; // 0 unless the device carries many
-   MacAddress mac{};
-   std::optional<IpAddress> groupDestination{};
-
-   auto operator<=>(VxlanKey const&) const = default;
-};
-
-struct VxlanEntry {
-   std::optional<IpAddress> destination{};
-   std::optional<std::uint32_t> nextHopId{};
-
-   bool operator==(VxlanEntry const&) const = default;
-};
-
-struct BridgeKey {
-   int bridge{};
-   std::uint16_t vlan{}; // 0: the entry belongs to no VLAN
-   MacAddress mac{};
-
-   auto operator<=>(BridgeKey const&) const = default;
-};
-
-struct NextHop {
-   int device{};
-   std::optional<IpAddress> gateway{};
-   unsigned weight{1};
-   bool dead{};
-   bool linkdown{};
-
-   bool operator==(NextHop const&) const = default;
-};
-
-struct NextHopObject {
-   struct Member {
-      std::uint32_t id{};
-      unsigned weight{1};
-
-      bool operator==(Member const&) const = default;
-   };
-
-   std::vector<Member> group{}; // empty: the object is a single next hop
-   NextHop hop{};
-   bool blackhole{};
-   bool fdb{}; // names tunnel destinations, not next hops of routes
-
-   bool operator==(NextHopObject const&) const = default;
-};
-
-struct Route {
-   std::uint8_t type{}; // RTN_*
-   std::uint8_t tos{};
-   std::uint32_t metric{};
-   std::optional<std::uint32_t> nextHopId{};
-   std::vector<NextHop> hops{}; // empty when nextHopId is set
-
-   bool operator==(Route const&) const = default;
-};
-
-struct Prefix {
-   std::uint32_t bits{}; // host order, zero beyond the length
-   std::uint8_t length{};
-
-   auto operator<=>(Prefix const&) const = default;
-
-   /// @return the prefix of that length which contains the address. Lengths above 32 count as 32.
-   static Prefix of(std::uint32_t address, std::uint8_t length);
-};
-
-/// The IPv4 routes of one table.
-class RouteTable {
+/// The forwarding state of a kernel as it told it, without any conclusion but one: what the kernel does to
+/// next hops and routes when a link goes down or away, of which it tells nothing but the link itself.
+///
+/// Whatever becomes different is noted for takeChanges(). What is said again changes nothing and notes
+/// nothing.
+class KernelState {
  public:
-   /// Adds a route behind those of the same prefix and metric; one that is there already is not added twice.
-   ///
-   void add(Prefix prefix, Route route);
+   using Family = IpAddress::Family;
+   using NextHops = std::unordered_map<std::uint32_t, NextHopObject>;
 
-   /// Adds a route in the place of the first one of the same prefix, type of service and metric, if any.
-   void replace(Prefix prefix, Route route);
+   /// A state without anything but the rules that a kernel begins with.
+   KernelState();
 
-   /// @return whether such a route was there and is removed.
-   bool remove(Prefix prefix, Route const& route);
+   std::map<int, Link> const& links() const { return links_; }
+   std::map<NeighbourKey, Neighbour> const& neighbours() const { return neighbours_; }
+   std::map<VxlanKey, VxlanEntry> const& vxlanEntries() const { return vxlanEntries_; }
+   std::map<BridgeKey, int> const& bridgeEntries() const { return bridgeEntries_; } // to the port
+   std::map<int, PortVlans> const& portVlans() const { return portVlans_; }
+   NextHops const& nextHops() const { return nextHops_; }
 
-   /// @return the routes of exactly that prefix, lowest metric first; null when there is none.
-   std::vector<Route> const* find(Prefix prefix) const;
+   /// @return the rules by priority, equal ones in the kernel's order.
+   std::vector<Rule> const& rules(Family family) const {
+      return rules_[static_cast<std::size_t>(family)].list;
+   }
 
-   /// @return how many routes the table has.
-   std::size_t size() const;
-
- private:
-   // One hash map per prefix length: a lookup probes the lengths in use, longest first.
-   std::array<std::unordered_map<std::uint32_t, std::vector<Route>>, 33> byLength_;
-};
-
-struct Rule {
-   std::uint32_t priority{};
-   std::uint8_t action{}; // FR_ACT_*
-   std::uint32_t table{};
-   std::optional<Prefix> destination{};             // applies to these destinations only
-   std::optional<std::uint32_t> suppressedLength{}; // routes of this prefix length or shorter do not count
-   bool selective{};                                // asks for more than the destination of a packet
-
-   bool operator==(Rule const&) const = default;
-};
-
-struct KernelState {
-   std::map<int, Link> links;
-   std::map<NeighbourKey, Neighbour> neighbours;
-   std::map<VxlanKey, VxlanEntry> vxlanEntries;
-   std::map<BridgeKey, int> bridgeEntries;                          // to the port
-   std::map<int, std::map<std::uint16_t, std::uint16_t>> portVlans; // BRIDGE_VLAN_INFO_* per device and VLAN
-   std::unordered_map<std::uint32_t, NextHopObject> nextHops;
-   std::map<std::uint32_t, RouteTable> tables;
-   std::vector<Rule> rules{}; // by priority, equal ones in the kernel's order
-
-   /// @return the link; null when the kernel told of none with that index.
+   /// Each of these returns null when the kernel told of none.
    Link const* link(int index) const;
+   Neighbour const* neighbour(NeighbourKey const& key) const;
+   NextHopObject const* nextHop(std::uint32_t id) const;
+   PortVlans const* portVlans(int device) const;
+   RouteTable const* table(Family family, std::uint32_t id) const;
+   RouteTable::Routes const* routes(RouteKey const& key) const;
+
+   /// @return the port that a bridge's forwarding entry names; nothing without an entry.
+   std::optional<int> bridgePort(BridgeKey const& key) const;
 
    /// @return the name of the link, or "#" and its index when the kernel told of none.
    std::string linkName(int index) const;
 
-   /// Adds a rule behind those of the same priority; one that is there already is not added twice.
-   void addRule(Rule const& rule);
+   struct HopState {
+      bool dead{};
+      bool linkdown{};
+
+      bool operator==(HopState const&) const = default;
+   };
+
+   /// @return how a next hop is: as its own message said, until a later message told of its link.
+   HopState hopState(NextHop const& hop) const;
+
+   /// The link is as told. When it is switched off or has no carrier, what the kernel drops with that goes.
+   void linkIs(int index, Link link);
+
+   /// The link is no more, nor anything that needs it: its neighbours, forwarding entries, VLANs, next hops
+   /// and routes.
+   void linkDel(int index);
+
+   void neighbourIs(NeighbourKey const& key, Neighbour const& neighbour);
+   void neighbourDel(NeighbourKey const& key);
+   void vxlanEntryIs(VxlanKey const& key, VxlanEntry const& entry);
+   void vxlanEntryDel(VxlanKey const& key);
+
+   /// The device has that IPv4 address: next hops that were dead for want of one are back.
+   /// @param dumped whether it answers a request for all addresses, which brings nothing back. Before the
+   /// first that does, which address is a device's last is not known.
+   void addressIs(int device, InterfaceAddress const& address, bool dumped = false);
+
+   /// With its last IPv4 address a device's inline next hops are dead, and routes of which all are go; with
+   /// the last of an address in the machine, the routes of the main table that prefer it as a source.
+   void addressDel(int device, InterfaceAddress const& address);
+
+   void bridgeEntryIs(BridgeKey const& key, int port);
+   void bridgeEntryDel(BridgeKey const& key);
+   void portVlansAre(int device, PortVlans const& vlans);
+   void portVlansDel(int device);
+
+   void nextHopIs(std::uint32_t id, NextHopObject object);
+
+   /// The object is no more, nor are the routes and forwarding entries that use it. It leaves its groups, and
+   /// a group without members goes the same way.
+   void nextHopDel(std::uint32_t id);
+
+   /// A route that is there already stays where it is, and is told anew. IPv6 routes of one metric whose next
+   /// hops all have gateways are one route of the kernel, so the last one told is all of it.
+   void routeIs(RouteKey const& key, Route route, RoutePlace place = RoutePlace::behind);
+
+   /// Removes the route, or from an IPv6 one some of its next hops.
+   /// @return whether there was such a route.
+   bool routeDel(RouteKey const& key, Route const& route);
+
+   /// Adds a rule behind those of its priority; one that is there already is not added twice.
+   /// @param dumped whether it answers a request for all rules: the first that does replaces those that a
+   /// kernel begins with.
+   void ruleIs(Family family, Rule const& rule, bool dumped = false);
+   void ruleDel(Family family, Rule const& rule);
+
+   /// @return what became different since this was called last, or since the beginning.
+   Changes takeChanges() { return std::exchange(changes_, {}); }
+   bool hasChanges() const { return !changes_.empty(); }
+
+   /// Takes the place of what is known by what was read anew, and notes what differs: nothing else.
+   /// @param other its own notes are dropped.
+   /// @return whether they differ.
+   bool becomes(KernelState other);
+
+   /// @return a copy that knows no next-hop object and no route, to be read anew. Nothing is noted in it.
+   KernelState withoutRoutes() const;
+
+   /// @return how often the kernel may have dropped next-hop objects or routes without telling, so that what
+   /// is concluded here is worth asking for.
+   std::uint64_t doubts() const { return doubts_; }
+
+ private:
+   struct Rules {
+      std::vector<Rule> list;
+      bool dumped{};
+   };
+
+   using Routes = RouteTable::Routes;
+   using RouteUses = std::map<RouteKey, std::size_t>; // how often the routes of a prefix use something
+
+   Changes differenceTo(KernelState const& other) const;
+   bool isSameObject(NextHopObject const& one, KernelState const& other, NextHopObject const& others) const;
+   bool areSameRoutes(RouteKey const& key, Routes const& some, KernelState const& other,
+                      Routes const& others) const;
+   HopState forwardingState(NextHop const& hop, Family family) const;
+
+   void hopsGoWithDevice(int device);
+   void routesGoDown(int device);
+   void routesGoAway(int device);
+   void entriesGoAway(int device);
+   void memberDel(std::uint32_t group, std::uint32_t member, std::vector<std::uint32_t>& emptied);
+   void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
+   bool allDead(Route const& route) const;
+   bool isSameState(Route const& one, Route const& other) const;
+   void hopsAre(int device, bool dead);
+   void routesGoWithAddresses(int device);
+   void routesGoWithSource(IpAddress const& source);
+   void routeIndexed(RouteKey const& key, Route const& route, bool present);
+
+   template <typename Edit>
+   bool editRoutes(RouteKey const& key, Edit const& edit);
+
+   template <typename Drops>
+   void dropRoutes(RouteKey const& key, Drops const& drops);
+
+   std::map<int, Link> links_;
+   std::map<NeighbourKey, Neighbour> neighbours_;
+   std::map<VxlanKey, VxlanEntry> vxlanEntries_;
+   std::map<BridgeKey, int> bridgeEntries_;
+   std::map<int, PortVlans> portVlans_;
+   std::map<int, std::set<InterfaceAddress>> addresses_; // IPv4
+   bool addressesDumped_{};
+   NextHops nextHops_;
+   std::map<std::pair<Family, std::uint32_t>, RouteTable> tables_;
+   std::array<Rules, 2> rules_;
+
+   // Who uses what: only what is there is a key.
+   std::unordered_map<int, std::set<std::uint32_t>> objectsOfDevice_;
+   std::unordered_map<std::uint32_t, std::set<std::uint32_t>> groupsOfMember_;
+   std::unordered_map<std::uint32_t, std::set<VxlanKey>> entriesOfObject_;
+   std::unordered_map<int, RouteUses> routesOfDevice_;
+   std::unordered_map<std::uint32_t, RouteUses> routesOfObject_;
+   std::unordered_map<IpAddress, RouteUses> routesOfSource_;
+
+   Changes changes_;
+   std::uint64_t messages_{};
+   std::uint64_t doubts_{};
 };
 
 } // namespace L3TunnelAgent

@@ -1,10 +1,14 @@
 #include "agent/Attributes.h"
 #include "agent/Messages.h"
 
+#include <arpa/inet.h>
 #include <linux/if_bridge.h>
+#include <linux/if_ether.h>
 #include <linux/if_link.h>
 #include <linux/ip.h>
+#include <linux/ipv6.h>
 #include <linux/rtnetlink.h>
+#include <numeric>
 #include <sys/socket.h>
 
 namespace L3TunnelAgent {
@@ -12,6 +16,11 @@ namespace L3TunnelAgent {
 namespace {
 
 constexpr std::uint16_t maximumVlan = 4095;
+
+bool
+isForeign(std::optional<std::uint16_t> const& tagProtocol) {
+   return tagProtocol && *tagProtocol != htons(ETH_P_8021Q);
+}
 
 LinkKind
 linkKind(std::string const& kind) {
@@ -39,24 +48,31 @@ readInfo(Attributes const& info, Link& link) {
    }
    if (link.kind == LinkKind::vlan) {
       link.vlan = data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_ID));
+      link.foreignTag = isForeign(data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_PROTOCOL)));
    } else {
       link.vlanFiltering = data->u8(L3TUNNEL_ATTRIBUTE(IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
    }
 }
 
-/// The device's own setting: the one for all devices is not told with a link.
 bool
-ignoresLinkdown(Attributes const& families) {
-   AttributeName const inet{AF_INET, "AF_INET"};
-   auto const settings = families.nested(inet);
-   if (!settings) {
-      return false;
+isSetting(Attributes const& values, AttributeName name, std::size_t position) {
+   auto const all = values.bytes(name).value_or(std::span<std::byte const>());
+   // An older kernel has fewer of them.
+   std::size_t const offset = position * sizeof(std::uint32_t);
+   return all.size() >= offset + sizeof(std::uint32_t) && read<std::uint32_t>(all.subspan(offset)) != 0;
+}
+
+/// The device's own settings: those for all devices are not told with a link.
+void
+readFamilies(Attributes const& families, Link& link) {
+   if (auto const v4 = families.nested(AttributeName{AF_INET, "AF_INET"})) {
+      link.ignoreLinkdown = isSetting(*v4, L3TUNNEL_ATTRIBUTE(IFLA_INET_CONF),
+                                      IPV4_DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN - 1); // counted from 1
    }
-   auto const values =
-         settings->bytes(L3TUNNEL_ATTRIBUTE(IFLA_INET_CONF)).value_or(std::span<std::byte const>());
-   // Counted from 1; an older kernel has fewer of them.
-   std::size_t const offset = (IPV4_DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN - 1) * sizeof(std::uint32_t);
-   return values.size() >= offset + sizeof(std::uint32_t) && read<std::uint32_t>(values.subspan(offset)) != 0;
+   if (auto const v6 = families.nested(AttributeName{AF_INET6, "AF_INET6"})) {
+      link.ignoreLinkdownV6 =
+            isSetting(*v6, L3TUNNEL_ATTRIBUTE(IFLA_INET6_CONF), DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN);
+   }
 }
 
 Link
@@ -79,15 +95,44 @@ readLink(ifinfomsg const& fixed, Attributes const& attributes) {
       readInfo(*info, link);
    }
    if (auto const families = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC))) {
-      link.ignoreLinkdown = ignoresLinkdown(*families);
+      readFamilies(*families, link);
    }
    return link;
 }
 
+struct VlanRange {
+   std::uint16_t first;
+   std::uint16_t last;
+   std::uint16_t flags;
+};
+
+/// @return the settings of each VLAN; of ranges that overlap the last one counts.
+PortVlans
+spreadOut(std::vector<VlanRange> const& ranges) {
+   PortVlans vlans;
+   // To the first VLAN from each on that has no settings yet, by way of others: no VLAN is set twice.
+   std::array<std::uint16_t, maximumVlan + 2> next{};
+   std::iota(next.begin(), next.end(), std::uint16_t{0});
+   auto const free = [&](unsigned vlan) {
+      while (next[vlan] != vlan) {
+         next[vlan] = next[next[vlan]];
+         vlan = next[vlan];
+      }
+      return vlan;
+   };
+   for (auto range = ranges.rbegin(); range != ranges.rend(); ++range) {
+      for (unsigned vlan = free(range->first); vlan <= range->last; vlan = free(vlan)) {
+         vlans[static_cast<std::uint16_t>(vlan)] = range->flags;
+         next[vlan] = static_cast<std::uint16_t>(vlan + 1);
+      }
+   }
+   return vlans;
+}
+
 /// One entry per VLAN, or a pair of entries for the first and the last one of a range.
-std::map<std::uint16_t, std::uint16_t>
+PortVlans
 readVlans(Attributes const& bridge) {
-   std::map<std::uint16_t, std::uint16_t> vlans;
+   std::vector<VlanRange> ranges;
    std::optional<std::uint16_t> rangeBegin;
    bridge.each([&](std::uint16_t type, std::span<std::byte const> value) {
       if (type != IFLA_BRIDGE_VLAN_INFO) {
@@ -107,11 +152,16 @@ readVlans(Attributes const& bridge) {
       }
       std::uint16_t const first =
             info.flags & BRIDGE_VLAN_INFO_RANGE_END ? rangeBegin.value_or(info.vid) : info.vid;
-      for (std::uint16_t vlan = first; vlan <= info.vid; ++vlan) {
-         vlans[vlan] = info.flags & ~BRIDGE_VLAN_INFO_RANGE_END;
-      }
+      ranges.push_back(
+            {first, info.vid, static_cast<std::uint16_t>(info.flags & ~BRIDGE_VLAN_INFO_RANGE_END)});
    });
-   return vlans;
+   return spreadOut(ranges);
+}
+
+/// Whether a port's own driver speaks, of which the bridge's settings are no part.
+bool
+isOfDriver(Attributes const& bridge) {
+   return (bridge.u16(L3TUNNEL_ATTRIBUTE(IFLA_BRIDGE_FLAGS)).value_or(0) & BRIDGE_FLAGS_SELF) != 0;
 }
 
 } // namespace
@@ -124,14 +174,18 @@ applyLink(KernelState& state, nlmsghdr const* header) {
    bool const removed = header->nlmsg_type == RTM_DELLINK;
    if (fixed.ifi_family == AF_BRIDGE) { // about the device as a port: it stays when it is one no more
       if (removed) {
-         state.portVlans.erase(fixed.ifi_index);
+         state.portVlansDel(fixed.ifi_index);
       } else if (auto const bridge = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC))) {
-         state.portVlans[fixed.ifi_index] = readVlans(*bridge);
+         if (!isOfDriver(*bridge)) {
+            state.portVlansAre(fixed.ifi_index, readVlans(*bridge));
+         }
       }
+   } else if (fixed.ifi_family != AF_UNSPEC) { // a protocol's own view of the device, without most of it
+      return;
    } else if (removed) {
-      state.links.erase(fixed.ifi_index);
+      state.linkDel(fixed.ifi_index);
    } else {
-      state.links[fixed.ifi_index] = readLink(fixed, attributes);
+      state.linkIs(fixed.ifi_index, readLink(fixed, attributes));
    }
 }
 

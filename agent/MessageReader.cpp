@@ -40,6 +40,9 @@ applyMessage(KernelState& state, nlmsghdr const* header) {
    case RTM_NEWLINK:
    case RTM_DELLINK:
       return applyLink(state, header);
+   case RTM_NEWADDR:
+   case RTM_DELADDR:
+      return applyAddress(state, header);
    case RTM_NEWNEIGH:
    case RTM_DELNEIGH:
       return applyNeighbour(state, header);
@@ -66,6 +69,10 @@ messageName(std::uint16_t type) {
       return "RTM_NEWLINK";
    case RTM_DELLINK:
       return "RTM_DELLINK";
+   case RTM_NEWADDR:
+      return "RTM_NEWADDR";
+   case RTM_DELADDR:
+      return "RTM_DELADDR";
    case RTM_NEWNEIGH:
       return "RTM_NEWNEIGH";
    case RTM_DELNEIGH:
@@ -85,6 +92,25 @@ messageName(std::uint16_t type) {
    default:
       return "message " + std::to_string(type);
    }
+}
+
+std::size_t
+messageSize(std::span<std::byte const> datagram) {
+   if (datagram.size() < sizeof(nlmsghdr)) {
+      return datagram.size();
+   }
+   std::size_t const length = read<nlmsghdr>(datagram).nlmsg_len;
+   return length < sizeof(nlmsghdr) || length > datagram.size() ? datagram.size() : length;
+}
+
+bool
+isInterrupted(std::span<std::byte const> datagram) {
+   bool result = false;
+   eachMessage(datagram, [&](std::span<std::byte const> message) {
+      result |= message.size() >= sizeof(nlmsghdr) &&
+                (read<nlmsghdr>(message).nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+   });
+   return result;
 }
 
 void
@@ -126,6 +152,7 @@ recordedState(std::filesystem::path const& file) {
          throw recording.error(e.what());
       }
    }
+   state.takeChanges();
    return state;
 }
 

@@ -13,6 +13,7 @@ namespace L3TunnelAgent {
 std::string messageName(std::uint16_t type);
 
 void applyLink(KernelState& state, nlmsghdr const* header);
+void applyAddress(KernelState& state, nlmsghdr const* header);
 void applyNeighbour(KernelState& state, nlmsghdr const* header);
 void applyNextHop(KernelState& state, nlmsghdr const* header);
 void applyRoute(KernelState& state, nlmsghdr const* header);

@@ -35,9 +35,9 @@ applyIpNeighbour(KernelState& state, bool removed, ndmsg const& fixed, Attribute
    }
    NeighbourKey const key{.device = fixed.ndm_ifindex, .address = *address};
    if (removed) {
-      state.neighbours.erase(key);
+      state.neighbourDel(key);
    } else {
-      state.neighbours[key] = {.state = fixed.ndm_state, .mac = readMac(attributes)};
+      state.neighbourIs(key, {.state = fixed.ndm_state, .mac = readMac(attributes)});
    }
 }
 
@@ -51,14 +51,19 @@ applyVxlanEntry(KernelState& state, bool removed, ndmsg const& fixed, Attributes
       return;
    }
    MacAddress const mac = requiredMac(attributes);
-   VxlanKey const key{.device = fixed.ndm_ifindex,
-                      .sourceVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_SRC_VNI)).value_or(0),
-                      .mac = mac,
-                      .groupDestination = mac.isGroupOrZero() ? destination : std::nullopt};
+   VxlanKey key{.device = fixed.ndm_ifindex,
+                .sourceVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_SRC_VNI)).value_or(0),
+                .mac = mac};
+   if (mac.isGroupOrZero()) {
+      key.groupDestination = destination;
+      key.remoteVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_VNI)).value_or(0);
+      key.remotePort = attributes.u16(L3TUNNEL_ATTRIBUTE(NDA_PORT)).value_or(0);
+      key.remoteDevice = attributes.index(L3TUNNEL_ATTRIBUTE(NDA_IFINDEX)).value_or(0);
+   }
    if (removed) {
-      state.vxlanEntries.erase(key);
+      state.vxlanEntryDel(key);
    } else {
-      state.vxlanEntries[key] = {.destination = destination, .nextHopId = nextHopId};
+      state.vxlanEntryIs(key, {.destination = destination, .nextHopId = nextHopId});
    }
 }
 
@@ -73,9 +78,9 @@ applyBridgeEntry(KernelState& state, bool removed, ndmsg const& fixed, Attribute
                        .vlan = attributes.u16(L3TUNNEL_ATTRIBUTE(NDA_VLAN)).value_or(0),
                        .mac = requiredMac(attributes)};
    if (removed) {
-      state.bridgeEntries.erase(key);
+      state.bridgeEntryDel(key);
    } else {
-      state.bridgeEntries[key] = fixed.ndm_ifindex;
+      state.bridgeEntryIs(key, fixed.ndm_ifindex);
    }
 }
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+#include <unistd.h>
 #include <zlib.h>
 
 namespace L3TunnelAgent {
@@ -26,6 +27,17 @@ littleEndian(unsigned char const* bytes) {
    return value;
 }
 
+/// A stream of its own, so that closing it leaves standard input open.
+gzFile
+openStandardInput() {
+   int const descriptor = dup(STDIN_FILENO);
+   gzFile const stream = descriptor < 0 ? nullptr : gzdopen(descriptor, "rb");
+   if (!stream && descriptor >= 0) {
+      close(descriptor);
+   }
+   return stream;
+}
+
 } // namespace
 
 void
@@ -34,7 +46,8 @@ Recording::Close::operator()(gzFile_s* stream) const {
 }
 
 Recording::Recording(std::filesystem::path const& file)
-    : file_(file.string()), stream_(gzopen(file_.c_str(), "rb")) {
+    : file_(file == "-" ? "standard input" : file.string())
+    , stream_(file == "-" ? openStandardInput() : gzopen(file_.c_str(), "rb")) {
    if (!stream_) {
       throw RecordingError(file_ + ": cannot be opened: " + std::strerror(errno));
    }
@@ -70,6 +83,7 @@ Recording::next() {
                .tag = head[5],
                .sender = littleEndian<std::uint32_t>(&head[8]),
                .nanoseconds = littleEndian<std::uint64_t>(&head[12]),
+               .number = count_ + 1,
                .payload = std::vector<std::byte>(length - headSize)};
    if (read(frame.payload.data(), frame.payload.size()) < frame.payload.size()) {
       throw errorAt("the file ends within the frame's payload of " + std::to_string(length - headSize) +
@@ -81,8 +95,8 @@ Recording::next() {
 }
 
 RecordingError
-Recording::error(std::string const& what) const {
-   return RecordingError(file_ + ": frame " + std::to_string(count_) + ": " + what);
+Recording::error(std::size_t frame, std::string const& what) const {
+   return RecordingError(file_ + ": frame " + std::to_string(frame) + ": " + what);
 }
 
 RecordingError

@@ -31,6 +31,7 @@ struct Frame {
    std::uint8_t tag{};          // of a dump reply: which dump; otherwise 0
    std::uint32_t sender{};      // netlink port id, 0 for the kernel
    std::uint64_t nanoseconds{}; // monotonic clock of the recorded machine
+   std::size_t number{};        // in its recording, from 1
    std::vector<std::byte> payload{};
 };
 
@@ -38,6 +39,7 @@ struct Frame {
 class Recording {
  public:
    /// Opens the file and reads its head.
+   /// @param file "-" is standard input.
    /// @throws RecordingError when the file cannot be read or is no recording.
    explicit Recording(std::filesystem::path const& file);
 
@@ -50,7 +52,10 @@ class Recording {
    std::size_t count() const { return count_; }
 
    /// @return an error that names this file and the frame read last.
-   RecordingError error(std::string const& what) const;
+   RecordingError error(std::string const& what) const { return error(count_, what); }
+
+   /// @return an error that names this file and that frame.
+   RecordingError error(std::size_t frame, std::string const& what) const;
 
  private:
    struct Close {

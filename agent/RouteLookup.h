@@ -22,9 +22,46 @@ struct RouteMatch {
    std::string reason{};        // empty when it is forwarded
 };
 
+/// What became of a route that a search met.
+enum class RouteVerdict : std::uint8_t {
+   taken,
+   ofServiceType, // it is for packets of a type of service
+   hopsDown,      // none of its next hops is in use
+   thrown,        // it ends the search in this table
+   suppressed,    // the rule ends the search in this table here
+};
+
+/// Hears what a search looks at, in order. Each call may be ignored.
+class SearchObserver {
+ public:
+   SearchObserver() = default;
+   SearchObserver(SearchObserver const&) = delete;
+   SearchObserver& operator=(SearchObserver const&) = delete;
+   virtual ~SearchObserver() = default;
+
+   /// A rule's turn.
+   /// @param applies whether it counts for the destination: then its table is searched next, or the rule
+   /// drops the packet, or jumps to a later one.
+   virtual void onRule(Rule const& /*rule*/, bool /*applies*/) {}
+
+   /// The search of a table is over.
+   /// @param length that of the shortest prefix that mattered: routes of shorter ones were not asked.
+   virtual void onTableSearched(std::uint32_t /*table*/, std::uint8_t /*length*/) {}
+
+   /// An object was asked for, whether it is there or not; `object` is null when it is not.
+   virtual void onObject(std::uint32_t /*id*/, NextHopObject const* /*object*/) {}
+
+   /// The state of a next hop was asked for.
+   virtual void onHop(NextHop const& /*hop*/, bool /*inUse*/) {}
+
+   /// A route of a prefix that contains the destination, after its objects and next hops.
+   virtual void onRoute(Prefix const& /*prefix*/, Route const& /*route*/, RouteVerdict /*verdict*/) {}
+};
+
 /// Finds the route of a packet of which nothing but the destination is known: rules that ask for more, and
 /// routes of a type of service, do not apply to it.
-/// @param destination an IPv4 address in host order.
-RouteMatch findRoute(KernelState const& state, std::uint32_t destination);
+/// @param observer hears of the search; may be null.
+RouteMatch findRoute(KernelState const& state, IpAddress const& destination,
+                     SearchObserver* observer = nullptr);
 
 } // namespace L3TunnelAgent

@@ -32,7 +32,8 @@ readHop(unsigned flags, int device, Attributes const& attributes) {
            .gateway = readGateway(attributes),
            .weight = 1,
            .dead = (flags & RTNH_F_DEAD) != 0,
-           .linkdown = (flags & RTNH_F_LINKDOWN) != 0};
+           .linkdown = (flags & RTNH_F_LINKDOWN) != 0,
+           .encapsulated = attributes.has(RTA_ENCAP)};
 }
 
 std::vector<NextHop>
@@ -75,17 +76,33 @@ readHops(rtmsg const& fixed, Attributes const& attributes, std::string const& me
 
 Prefix
 readPrefix(rtmsg const& fixed, Attributes const& attributes) {
-   if (fixed.rtm_dst_len > 32) {
-      attributes.fail("rtm_dst_len", "an IPv4 prefix of length " + std::to_string(fixed.rtm_dst_len));
+   IpAddress any;
+   any.family = fixed.rtm_family == AF_INET ? IpAddress::Family::v4 : IpAddress::Family::v6;
+   std::string const name = fixed.rtm_family == AF_INET ? "IPv4" : "IPv6";
+   if (fixed.rtm_dst_len > any.bits()) {
+      attributes.fail("rtm_dst_len", "an " + name + " prefix of length " + std::to_string(fixed.rtm_dst_len));
    }
    auto const address = attributes.address(L3TUNNEL_ATTRIBUTE(RTA_DST));
-   if (address && address->family != IpAddress::Family::v4) {
-      attributes.fail("RTA_DST", "an IPv6 address in an IPv4 route");
+   if (address && address->family != any.family) {
+      attributes.fail("RTA_DST", "an address of the other family in an " + name + " route");
    }
    if (!address && fixed.rtm_dst_len != 0) {
       attributes.fail("RTA_DST", "is missing");
    }
-   return Prefix::of(address ? address->v4() : 0, fixed.rtm_dst_len);
+   return Prefix::of(address.value_or(any), fixed.rtm_dst_len);
+}
+
+/// A route that was added goes before its equals unless the message says otherwise; a reply to a request for
+/// all routes names them in their order.
+RoutePlace
+placeOf(nlmsghdr const* header) {
+   if (header->nlmsg_flags & NLM_F_MULTI) {
+      return RoutePlace::behind;
+   }
+   if (header->nlmsg_flags & NLM_F_REPLACE) {
+      return RoutePlace::instead;
+   }
+   return header->nlmsg_flags & NLM_F_APPEND ? RoutePlace::behind : RoutePlace::before;
 }
 
 std::vector<NextHopObject::Member>
@@ -115,7 +132,7 @@ applyNextHop(KernelState& state, nlmsghdr const* header) {
    Attributes const attributes(message, header, sizeof fixed);
    std::uint32_t const id = attributes.requiredU32(L3TUNNEL_ATTRIBUTE(NHA_ID));
    if (header->nlmsg_type == RTM_DELNEXTHOP) {
-      state.nextHops.erase(id);
+      state.nextHopDel(id);
       return;
    }
    NextHopObject object;
@@ -124,33 +141,35 @@ applyNextHop(KernelState& state, nlmsghdr const* header) {
                  .gateway = attributes.address(L3TUNNEL_ATTRIBUTE(NHA_GATEWAY)),
                  .weight = 1,
                  .dead = (fixed.nh_flags & RTNH_F_DEAD) != 0,
-                 .linkdown = (fixed.nh_flags & RTNH_F_LINKDOWN) != 0};
+                 .linkdown = (fixed.nh_flags & RTNH_F_LINKDOWN) != 0,
+                 .encapsulated = attributes.has(NHA_ENCAP)};
    object.blackhole = attributes.has(NHA_BLACKHOLE);
    object.fdb = attributes.has(NHA_FDB);
-   state.nextHops[id] = std::move(object);
+   state.nextHopIs(id, std::move(object));
 }
 
 void
 applyRoute(KernelState& state, nlmsghdr const* header) {
    std::string const message = messageName(header->nlmsg_type);
    auto const fixed = fixedPart<rtmsg>(message, header);
-   if (fixed.rtm_family != AF_INET || (fixed.rtm_flags & RTM_F_CLONED)) {
+   bool const isIp = fixed.rtm_family == AF_INET || fixed.rtm_family == AF_INET6;
+   if (!isIp || (fixed.rtm_flags & RTM_F_CLONED)) {
       return;
    }
    Attributes const attributes(message, header, sizeof fixed);
-   Prefix const prefix = readPrefix(fixed, attributes);
+   RouteKey const key{.table = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_TABLE)).value_or(fixed.rtm_table),
+                      .prefix = readPrefix(fixed, attributes)};
    Route route{.type = fixed.rtm_type,
                .tos = fixed.rtm_tos,
+               .scope = fixed.rtm_scope,
                .metric = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_PRIORITY)).value_or(0),
                .nextHopId = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_NH_ID)),
-               .hops = readHops(fixed, attributes, message)};
-   auto& table = state.tables[attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_TABLE)).value_or(fixed.rtm_table)];
+               .hops = readHops(fixed, attributes, message),
+               .preferredSource = attributes.address(L3TUNNEL_ATTRIBUTE(RTA_PREFSRC))};
    if (header->nlmsg_type == RTM_DELROUTE) {
-      table.remove(prefix, route);
-   } else if (header->nlmsg_flags & NLM_F_REPLACE) {
-      table.replace(prefix, std::move(route));
+      state.routeDel(key, route);
    } else {
-      table.add(prefix, std::move(route));
+      state.routeIs(key, std::move(route), placeOf(header));
    }
 }
 

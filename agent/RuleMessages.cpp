@@ -1,7 +1,6 @@
 #include "agent/Attributes.h"
 #include "agent/Messages.h"
 
-#include <algorithm>
 #include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -30,15 +29,15 @@ selects(std::uint16_t type) {
 }
 
 std::optional<Prefix>
-readDestination(fib_rule_hdr const& fixed, Attributes const& attributes) {
+readDestination(fib_rule_hdr const& fixed, IpAddress::Family family, Attributes const& attributes) {
    auto const address = attributes.address(L3TUNNEL_ATTRIBUTE(FRA_DST));
    if (!address) {
       return std::nullopt;
    }
-   if (address->family != IpAddress::Family::v4 || fixed.dst_len > 32) {
-      attributes.fail("FRA_DST", "is no IPv4 prefix");
+   if (address->family != family || fixed.dst_len > address->bits()) {
+      attributes.fail("FRA_DST", family == IpAddress::Family::v4 ? "is no IPv4 prefix" : "is no IPv6 prefix");
    }
-   return Prefix::of(address->v4(), fixed.dst_len);
+   return Prefix::of(*address, fixed.dst_len);
 }
 
 } // namespace
@@ -47,24 +46,26 @@ void
 applyRule(KernelState& state, nlmsghdr const* header) {
    std::string const message = messageName(header->nlmsg_type);
    auto const fixed = fixedPart<fib_rule_hdr>(message, header);
-   if (fixed.family != AF_INET) {
+   if (fixed.family != AF_INET && fixed.family != AF_INET6) {
       return;
    }
+   auto const family = fixed.family == AF_INET ? IpAddress::Family::v4 : IpAddress::Family::v6;
    Attributes const attributes(message, header, sizeof fixed);
    Rule rule{.priority = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_PRIORITY)).value_or(0),
              .action = fixed.action,
              .table = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_TABLE)).value_or(fixed.table),
-             .destination = readDestination(fixed, attributes),
+             .destination = readDestination(fixed, family, attributes),
              .suppressedLength = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_SUPPRESS_PREFIXLEN)),
-             .selective = fixed.tos != 0 || (fixed.flags & FIB_RULE_INVERT) != 0};
+             .selective = fixed.tos != 0 || (fixed.flags & FIB_RULE_INVERT) != 0,
+             .target = attributes.u32(L3TUNNEL_ATTRIBUTE(FRA_GOTO))};
    if (rule.suppressedLength == ~std::uint32_t{0}) {
       rule.suppressedLength.reset();
    }
    attributes.each([&](std::uint16_t type, std::span<std::byte const>) { rule.selective |= selects(type); });
    if (header->nlmsg_type == RTM_DELRULE) {
-      std::erase(state.rules, rule);
+      state.ruleDel(family, rule);
    } else {
-      state.addRule(rule);
+      state.ruleIs(family, rule, (header->nlmsg_flags & NLM_F_MULTI) != 0);
    }
 }
 

@@ -20,6 +20,12 @@ if(strangers)
 endif()
 
 run(${moved}/${BINDIR}/l3tunnel-agent --help)
+foreach(file share/man/man1/l3tunnel-agent.1 share/bash-completion/completions/l3tunnel-agent
+             lib/systemd/system/l3tunnel-agent.service)
+   if(NOT EXISTS ${moved}/${file})
+      message(FATAL_ERROR "Not installed: ${file}")
+   endif()
+endforeach()
 
 set(ENV{PKG_CONFIG_PATH} ${moved}/${LIBDIR}/pkgconfig)
 foreach(way package pkg-config)

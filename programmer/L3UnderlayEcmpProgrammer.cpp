@@ -5,6 +5,8 @@
 #include "platform/trace/Mirelog.h"
 #include "plugin/DefaultTraceHandle.h"
 
+#include <array>
+
 namespace ZandorL3Tunnel {
 
 namespace {
@@ -23,6 +25,16 @@ Trace::Facility const&
 facility() {
    static Trace::Facility const instance("ZandorL3TunnelL3UnderlayEcmpProgrammer");
    return instance;
+}
+
+L3UnderlayNextHopKey
+keyOf(L3ViaEntry const& via) {
+   L3UnderlayNextHopKey key;
+   key.nhEntryType = via.nhEntryType;
+   key.macAddr = via.macAddr;
+   key.l3Id = via.l3Id;
+   key.l2If = via.l2If;
+   return key;
 }
 
 } // namespace
@@ -122,12 +134,21 @@ L3UnderlayEcmpProgrammer::nextHopHandle(L3ViaEntry const& via, bool isCpuDrop) {
       info.ing.destinationType = std::uint8_t(DestinationType::system);
       info.egr.l3Oif2Handle = SwTableWorkaround::dontCareHandle(0);
    }
-   L3UnderlayNextHopKey key;
-   key.nhEntryType = via.nhEntryType;
-   key.macAddr = via.macAddr;
-   key.l3Id = via.l3Id;
-   key.l2If = via.l2If;
-   return l3EcmpNextHopTable_->entryWrite(key, info.ing, info.egr, Asic::AutoRemoveType::automatic);
+   return l3EcmpNextHopTable_->entryWrite(keyOf(via), info.ing, info.egr, Asic::AutoRemoveType::automatic);
+}
+
+void
+L3UnderlayEcmpProgrammer::expectNextHops(L3Via const& vias) const {
+   std::array<L3UnderlayNextHopKey, L3NextHop2Table::mostExpected> keys;
+   std::size_t count = 0;
+   for (auto const& via : vias.via()) {
+      if (count == keys.size()) {
+         l3EcmpNextHopTable_->entriesExpected(keys);
+         count = 0;
+      }
+      keys[count++] = keyOf(via.key());
+   }
+   l3EcmpNextHopTable_->entriesExpected(std::span(keys).first(count));
 }
 
 L3UnderlayEcmpProgrammer::HandlePtr
@@ -138,6 +159,12 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
       MIRELOG(facility(), TraceLevel::programmer, "getEcmpBlockHandle ARM tables are not initialized");
       DUOLOG(trace, TraceLevel::programmer, "getEcmpBlockHandle", " ARM tables are not initialized");
       return nullptr;
+   }
+   if (auto size = vias->via().size()) {
+      block.reserve(size);
+   }
+   if (l3EcmpNextHopTable_->profitsFromExpectation()) {
+      expectNextHops(*vias);
    }
    std::uint32_t position = 0;
    for (auto at = vias->via().iterator(); at; ++at) {

@@ -38,6 +38,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    HandlePtr entryWeakRef(Key const& key) const;
    std::optional<Entry> entry(Key const& key) const;
    std::optional<Entry> resolvedEntry(Key const& key) const;
+   bool resolvedEntryHas(Key const& key) const;
 
    void handleEntryState(Handle& eh) const {
       MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::state, "entryState {} of {}", eh.entryState(),
@@ -48,6 +49,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void handleRowConfirmed(Handle& eh) const;
    void handleRowRefused(Handle& eh) const;
    void handleRowDeleted(Handle& eh) const;
+   void handleRowReturned(Handle& eh) const;
    void handleEntry(Key const& key) const;
    void syncEntries() const;
    void resolvedEntryDelAll() const;
@@ -62,7 +64,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    template <class Take>
    HandlePtr entryBlockIs(Key const& block, char const* function, Take&& take) const;
    void leave(Handle& eh) const;
-   void beginDeleteDance(Handle& eh) const;
+   bool isRowBeingCleared(Handle const& eh) const;
+   void beginDeleteDance(Handle& eh, bool isRegistered) const;
    void completeDeleteDance(Handle& eh) const;
    void releaseHwIndex(Handle& eh) const;
    void write(Handle& eh, Entry const& entry) const;
@@ -70,6 +73,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;
    void unresolvedEntryDel(Handle& eh) const;
    void initUnresolvedEntry(Handle& eh, Waiting& ue) const;
+   template <class Take>
+   void forEachResolved(Take&& take) const;
    void resolvedEntryIs(Handle& eh, Entry const& entry) const;
    void resolvedEntryDel(Handle& eh) const;
    void resolvedEntryChanged(Handle& eh) const;
@@ -95,6 +100,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    }
    template <class Visit>
    static void forEachNeeded(Handle const& eh, Waiting const& ue, Visit&& visit);
+   static bool hasUnsetHandle(Handle const& eh, Waiting const& ue);
    static HwTable::Hold holdOf(Entry const& entry);
 
    T* swTable_;

@@ -215,9 +215,11 @@ SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
    }
 }
 
+// Each of them is `unresolved` before `take(handle)` takes it away.
 template <class T>
+template <class Take>
 void
-SwTable::Accessor<T>::resolvedEntryDelAll() const {
+SwTable::Accessor<T>::forEachResolved(Take&& take) const {
    Nuv::Ptr<T> alive(swTable_);
    Nuv::AllSteps steps;
    swTable_->handles().forEach([&](Handle& eh) {
@@ -225,7 +227,7 @@ SwTable::Accessor<T>::resolvedEntryDelAll() const {
       if (eh.isResolved()) {
          steps([&] { eh.entryStateIs(unresolved()); });
          if (!watch.isOvertaken()) {
-            steps([&] { resolvedEntryDel(eh); });
+            steps([&] { take(eh); });
          }
       }
    });
@@ -234,19 +236,14 @@ SwTable::Accessor<T>::resolvedEntryDelAll() const {
 
 template <class T>
 void
+SwTable::Accessor<T>::resolvedEntryDelAll() const {
+   forEachResolved([this](Handle& eh) { resolvedEntryDel(eh); });
+}
+
+template <class T>
+void
 SwTable::Accessor<T>::hwTableEntryDelAll() const {
-   Nuv::Ptr<T> alive(swTable_);
-   Nuv::AllSteps steps;
-   swTable_->handles().forEach([&](Handle& eh) {
-      ZandorL3Tunnel::WriteWatch watch(eh);
-      if (eh.isResolved()) {
-         steps([&] { eh.entryStateIs(unresolved()); });
-         if (!watch.isOvertaken()) {
-            steps([&] { hwTableEntryDel(eh); });
-         }
-      }
-   });
-   steps.finish();
+   forEachResolved([this](Handle& eh) { hwTableEntryDel(eh); });
 }
 
 template <class T>
@@ -302,7 +299,19 @@ template <class T>
 void
 SwTable::Accessor<T>::handleRowDeleted(Handle& eh) const {
    if (eh.entryType() == Handle::inDeletion() && !eh.isResolved()) {
+      ACCESSOR_ASSERT(eh.resolvedEntryState() == inProgress(), "eh->resolvedEntryState() == inProgress()",
+                      Nuv::text("key: ", eh.key()));
       eh.resolvedEntryStateIs(success());
+   }
+}
+
+// All rows of a block come back together: each is confirmed once more.
+template <class T>
+void
+SwTable::Accessor<T>::handleRowReturned(Handle& eh) const {
+   auto base = swTable_->heldHwIndex(eh.key());
+   if (eh.isResolved() && swTable_->util() && isInHwTable(eh, base)) {
+      rowsAre(eh, base);
    }
 }
 

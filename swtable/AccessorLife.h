@@ -14,23 +14,34 @@ SwTable::Accessor<T>::cleanup(Handle& eh) const {
    // The handle may be the last that keeps the table alive.
    Nuv::Ptr<T> table(swTable_);
    MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::resolve, "cleanup {}", eh.creationNumber());
-   handleLeaves(eh, table->handles().hasHandle(eh), *table, eh.key());
-   if (!isBlock && eh.isResolved() && table->util() && awaitsAnswers() && table->hasNotificationActive()) {
-      beginDeleteDance(eh);
+   bool isRegistered = table->handles().hasHandle(eh);
+   handleLeaves(eh, isRegistered, *table, eh.key());
+   bool mayDance = !isBlock && table->util() && awaitsAnswers() && table->hasNotificationActive();
+   if (mayDance && (eh.isResolved() || isRowBeingCleared(eh))) {
+      beginDeleteDance(eh, isRegistered);
       return;
    }
    table->handles().del(eh);
    leave(eh);
 }
 
+// So it is of a handle that was taken back into use and let go before it came to a row of its own.
+template <class T>
+bool
+SwTable::Accessor<T>::isRowBeingCleared(Handle const& eh) const {
+   Index base = swTable_->heldHwIndex(eh.key());
+   return base != invalidIndex && swTable_->util()->hwTable().isRowDelAwaited(base, eh);
+}
+
 // The table holds the handle again until the chip has cleared the row: who writes or references the key
 // meanwhile takes the handle back into use.
 template <class T>
 void
-SwTable::Accessor<T>::beginDeleteDance(Handle& eh) const {
+SwTable::Accessor<T>::beginDeleteDance(Handle& eh, bool isRegistered) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
           " begin delete dance, key :", eh.key());
+   ACCESSOR_ASSERT(isRegistered, "swTable_->entryHandleHas( key )", Nuv::text("key: ", eh.key()));
    Nuv::Ptr<Handle> alive(&eh);
    eh.referenceAdd();
    eh.entryTypeIs(Handle::inDeletion());
@@ -60,7 +71,9 @@ SwTable::Accessor<T>::completeDeleteDance(Handle& eh) const {
           " delete dance complete, key :", eh.key());
    Nuv::Ptr<T> table(swTable_);
    Nuv::Ptr<Handle> alive(&eh);
-   table->handles().del(eh);
+   bool hasLeft = table->handles().del(eh);
+   ACCESSOR_ASSERT(hasLeft || !table->handles().has(eh.key()), "!swTable_->entryHandleHas( key )",
+                   Nuv::text("key: ", eh.key()));
    Nuv::AllSteps steps;
    steps([&] { leave(eh); });
    steps([&] { eh.referenceDel(); });
@@ -91,8 +104,10 @@ SwTable::Accessor<T>::releaseHwIndex(Handle& eh) const {
          util->hwTable().ownerDel(base + position, eh);
       }
    }
-   if (!swTable_->handles().has(eh.key())) {
-      swTable_->doReleaseHwIndex(eh.key());
+   if constexpr (T::isExternalKeyType()) {
+      if (!swTable_->handles().has(eh.key())) {
+         swTable_->doReleaseHwIndex(eh.key());
+      }
    }
 }
 
@@ -158,10 +173,27 @@ TableEntryHandle<T>::handleRowDeleted() {
 }
 
 template <class T>
+void
+TableEntryHandle<T>::handleRowReturned() {
+   if (auto* owner = table()) {
+      Accessor(owner).handleRowReturned(*this);
+   }
+}
+
+template <class T>
 Asic::Index
 TableEntryHandle<T>::hwIndexForDependentField() const {
    bool isCarried = !BlockKey<Key> || hwEntryIndex() != Asic::invalidIndex || !table();
    return isCarried ? hwEntryIndex() : table()->heldHwIndex(key_);
+}
+
+template <class T>
+bool
+TableEntryHandle<T>::isWrittenAs(Entry const& entry) const {
+   if (entryType() == inDeletion()) {
+      return false;
+   }
+   return unresolvedEntry_ ? unresolvedEntry_->value().entry == entry : isResolvedAs(entry);
 }
 
 template <class T>

@@ -82,12 +82,33 @@ SwTable::Accessor<T>::forEachNeeded(Handle const& eh, Waiting const& ue, Visit&&
    }
 }
 
+// An entry may name nothing yet, and then waits for nothing: the index that it was given counts.
+template <class T>
+bool
+SwTable::Accessor<T>::hasUnsetHandle(Handle const& eh, Waiting const& ue) {
+   if constexpr (isBlock) {
+      auto const& members = eh.key().members();
+      return std::any_of(members.begin(), members.end(),
+                         [](auto const& member) { return Asic::hasUnsetHandle(member.entry); });
+   } else {
+      return Asic::hasUnsetHandle(ue.value().entry);
+   }
+}
+
 // Failed is asked first: who needs what has failed is told at once, even with a row in force.
 template <class T>
 void
 SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    using namespace ZandorL3Tunnel;
+   auto const& trace = _defaultTraceHandle();
+   if (trace.isOpen(TraceLevel::resolve) && hasUnsetHandle(eh, ue)) {
+      DUOLOG(trace, TraceLevel::resolve,
+             "Initializating unresolved entry or entry block: entry handle was not yet assigned.");
+   }
    bool hasFailed = false;
+   if constexpr (isBlock) {
+      ue.neededEntryHandleSmsReserve(eh.key().members().size());
+   }
    forEachNeeded(eh, ue, [&](NeededHandle const& needed) {
       hasFailed = hasFailed || UnresolvedEntry::failsWith(*needed);
       if (ue.isNeeded(*needed)) {
@@ -100,11 +121,11 @@ SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    }
    if (ue.neededEntryHandleSms() == 0) {
       if constexpr (isBlock) {
-         DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
+         DUOLOG(trace, TraceLevel::resolve,
                 "Initializing unresolved entry block: all needed entry handles are already resolved, _ueb : ",
                 eh.key());
       } else {
-         DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+         DUOLOG(trace, TraceLevel::resolve, swTable_->tblName(),
                 " All needed entryHandles are already resolved");
       }
       doResolve(eh, ue);
@@ -125,13 +146,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
    Nuv::AllSteps steps;
    if constexpr (isBlock) {
       Key resolved = eh.key();
-      bool isFilled = true;
-      for (auto const& member : eh.key().members()) {
-         auto entry = member.entry;
-         isFilled = isFilled && fillDependentFields(entry);
-         resolved.entryIs(member.position, entry);
-      }
-      if (!isFilled) {
+      if (!resolved.dependentFieldsFill()) {
          eh.entryStateIs(failed());
          return;
       }

@@ -192,4 +192,11 @@ SwTable::Accessor<T>::resolvedEntry(Key const& key) const {
    return eh && eh->isResolved() ? std::optional<Entry>(eh->content_.entry) : std::nullopt;
 }
 
+template <class T>
+bool
+SwTable::Accessor<T>::resolvedEntryHas(Key const& key) const {
+   auto const* eh = swTable_->handles().peek(key);
+   return eh && eh->isResolved();
+}
+
 } // namespace Asic

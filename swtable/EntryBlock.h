@@ -4,6 +4,7 @@
 #include "platform/nuv/Assert.h"
 #include "platform/nuv/Exception.h"
 #include "platform/nuv/Export.h"
+#include "platform/nuv/Pool.h"
 
 #include <algorithm>
 #include <vector>
@@ -26,6 +27,7 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
       Index position;
       Entry entry;
    };
+   using Members = std::vector<Member, Nuv::PoolAllocator<Member>>;
 
    /// The name of the type, as a key of allocators.
    static Pelm::StringView typeName() {
@@ -39,6 +41,9 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
       return found ? found->entry : Entry();
    }
 
+   /// Makes room for `count` members, so that putting them in takes no more memory. Changes nothing else.
+   void reserve(std::size_t count) { change().reserve(count); }
+
    /// Puts a member at `position`, which must not be 0xFFFFFFFF: a block that reached so far would have no
    /// size.
    void entryIs(Index position, Entry const& entry) {
@@ -46,12 +51,31 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
          throw Nuv::RangeException("EntryBlock: position 0xFFFFFFFF not allowed");
       }
       auto& members = change();
+      if (members.empty() || members.back().position < position) [[likely]] {
+         members.push_back({position, entry});
+         return;
+      }
       auto at = lowerBound(members, position);
       if (at != members.end() && at->position == position) {
          at->entry = entry;
       } else {
          members.insert(at, {position, entry});
       }
+   }
+
+   /// Fills the fields of all members that follow from their handles; false when an index does not fit its
+   /// field, and the block is good for nothing then. Its identity stays what it was.
+   bool dependentFieldsFill() {
+      if (members().empty()) {
+         return true;
+      }
+      bool isHashed = content_->isHashed;
+      auto hash = content_->hash;
+      auto& filled = change();
+      content_->hash = hash;
+      content_->isHashed = isHashed;
+      return std::all_of(filled.begin(), filled.end(),
+                         [](Member& member) { return Asic::fillDependentFields(member.entry); });
    }
 
    void entryDel(Index position) {
@@ -68,8 +92,8 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
    void entryInternalDelAll() { content_ = nullptr; }
 
    /// The members that are there, by position.
-   std::vector<Member> const& members() const {
-      static std::vector<Member> const none;
+   Members const& members() const {
+      static Members const none;
       return content_ ? content_->members : none;
    }
 
@@ -116,15 +140,15 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
  private:
    struct Content final : Nuv::Object {
       Content() = default;
-      explicit Content(std::vector<Member> const& from) : members(from) {}
+      explicit Content(Members const& from) : members(from) {}
 
-      std::vector<Member> members;
+      Members members;
       std::uint64_t hash{};
       bool isHashed{};
    };
 
-   template <class Members>
-   static auto lowerBound(Members& members, Index position) {
+   template <class Some>
+   static auto lowerBound(Some& members, Index position) {
       return std::lower_bound(members.begin(), members.end(), position,
                               [](Member const& member, Index at) { return member.position < at; });
    }
@@ -139,7 +163,7 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
       return at != all.end() && at->position == position ? &*at : nullptr;
    }
 
-   std::vector<Member>& change() {
+   Members& change() {
       if (!content_ || content_->references() > 1) {
          content_ = content_ ? new Content(content_->members) : new Content;
       }

@@ -24,25 +24,35 @@ class ZANDOR_EXPORT HandleCollection {
       return slot ? Nuv::Ptr<HandleType>(*slot) : Nuv::Ptr<HandleType>();
    }
 
+   /// The handle at `key`, or null, without holding it: for those who only look.
+   HandleType const* peek(KeyType const& key) const {
+      auto const* slot = handles_.find(key);
+      return slot ? *slot : nullptr;
+   }
+
+   /// Asks the memory for what a look-up of `key` will read, and does not wait for it.
+   void prefetch(KeyType const& key) const { handles_.prefetchHashed(Traits::hash(key)); }
+
    /// The handle at `key`, or a new one from `make()`, which the collection finds from now on. A new handle
    /// comes with the reference that its table holds.
    template <class Make>
    Nuv::Ptr<HandleType> findOrMake(KeyType const& key, Make&& make) {
-      auto hash = Traits::hash(key);
-      if (auto* slot = handles_.findHashed(hash, key)) {
+      Nuv::Ptr<HandleType> made;
+      auto [slot, isNew] = handles_.findOrInsertHashed(Traits::hash(key), key, [&] {
+         made = make();
+         return made.get();
+      });
+      if (!isNew) {
          return *slot;
       }
-      Nuv::Ptr<HandleType> handle = make();
-      handles_.insertHashed(hash, handle.get());
-      handle->referenceAdd();
-      return handle;
+      made->referenceAdd();
+      return made;
    }
 
    /// Finds the handle no longer; false when another one, or none, stands at its key.
    bool del(HandleType const& handle) {
-      auto hash = Traits::hash(handle.key());
-      auto const* slot = handles_.findHashed(hash, handle.key());
-      return slot && *slot == &handle && handles_.eraseHashed(hash, handle.key());
+      return handles_.eraseHashedIf(Traits::hash(handle.key()), handle.key(),
+                                    [&](HandleType const* found) { return found == &handle; });
    }
 
    /// The handle at that address, or null. Walks the collection.

@@ -62,16 +62,20 @@ class ZANDOR_EXPORT IndexSource<AllocatorSource<A, isShared>, Key> {
    /// Lets the allocator go, and gives back what the table holds there.
    void del(Asic::SwTable const& table);
 
-   /// The index, or the run, that the key holds or can have from now on, for `table`.
-   Asic::Index acquire(Asic::SwTable const& table, Key const& key);
+   /// The index, or the run, that the key holds or can have from now on, for `table`. Quick when it is
+   /// `likely` what the table has for the key already.
+   Asic::Index acquire(Asic::SwTable const& table, Key const& key, Asic::Index likely = Asic::invalidIndex);
 
    /// Gives the key that very index; false, with nothing changed, when it cannot have it.
    bool request(Asic::SwTable const& table, Key const& key, Asic::Index index) {
       return allocator_ && allocator_->requestIndexForKey(index, Nuv::nuvType<Key>(), &key, &table);
    }
 
-   /// What the key holds; the invalid index when it holds nothing.
-   Asic::Index held(Key const& key) const {
+   /// What the key holds; the invalid index when it holds nothing. Quick when it is `likely`.
+   Asic::Index held(Key const& key, Asic::Index likely = Asic::invalidIndex) const {
+      if (allocator_ && allocator_->holdsAt(likely, Nuv::nuvType<Key>(), &key)) {
+         return likely;
+      }
       return allocator_ ? allocator_->indexForKey(Nuv::nuvType<Key>(), &key) : Asic::invalidIndex;
    }
 
@@ -111,11 +115,15 @@ IndexSource<AllocatorSource<A, isShared>, Key>::del(Asic::SwTable const& table) 
 
 template <class A, bool isShared, class Key>
 Asic::Index
-IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Asic::SwTable const& table, Key const& key) {
+IndexSource<AllocatorSource<A, isShared>, Key>::acquire(Asic::SwTable const& table, Key const& key,
+                                                        Asic::Index likely) {
    if (!allocator_) {
       return Asic::invalidIndex;
    }
    auto const& type = Nuv::nuvType<Key>();
+   if (allocator_->holdsAt(likely, type, &key, &table)) {
+      return likely;
+   }
    if constexpr (std::derived_from<Allocator, Asic::AnySizedBlockAllocator>) {
       return allocator_->newIndexForBlock(type, &key, &table);
    } else {

@@ -81,6 +81,9 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
    /// The value that is to be in hardware at `key`, if any.
    std::optional<Entry> resolvedEntry(Index const& key) const { return this->accessor().resolvedEntry(key); }
 
+   /// Whether there is a value that is to be in hardware at `key`.
+   bool resolvedEntryHas(Index const& key) const { return this->accessor().resolvedEntryHas(key); }
+
    /// Takes every resolved value back: its row is cleared, and its entry is `unresolved` until it is written
    /// again.
    void resolvedEntryDelAll() { this->accessor().resolvedEntryDelAll(); }

@@ -39,16 +39,12 @@ class ZANDOR_EXPORT TableCore : public Base {
    using Accessor = Asic::SwTable::Accessor<T>;
 
    static Pelm::String typeName() { return Sheet::typeName(); }
-   /// Published attributes. A table with an allocator publishes that too.
+   /// Published attributes: the allocator of a table that has one, the collections, and what is used for
+   /// hardware.
    static constexpr auto attributeList() {
-      auto common = std::tuple(Nuv::attribute("util", &TableCore::util),
-                               Nuv::attribute("writeResponseSm", &TableCore::writeResponseSm));
-      if constexpr (std::same_as<typename Sheet::Source, KeyIsIndex>) {
-         return common;
-      } else {
-         return std::tuple_cat(std::tuple(Nuv::attribute("indexAllocator", &TableCore::indexAllocator)),
-                               common);
-      }
+      return std::tuple_cat(allocatorAttribute(), collectionAttributes(),
+                            std::tuple(Nuv::attribute("util", &TableCore::util),
+                                       Nuv::attribute("writeResponseSm", &TableCore::writeResponseSm)));
    }
    Nuv::FwkType fwkType() const override { return T::staticFwkType(); }
 
@@ -153,6 +149,28 @@ class ZANDOR_EXPORT TableCore : public Base {
    Asic::HwTable* hwTable() const override { return util_ ? &util_->hwTable() : nullptr; }
 
  private:
+   static constexpr auto allocatorAttribute() {
+      if constexpr (std::same_as<typename Sheet::Source, KeyIsIndex>) {
+         return std::tuple();
+      } else {
+         return std::tuple(Nuv::attribute("indexAllocator", &TableCore::indexAllocator));
+      }
+   }
+
+   static constexpr auto collectionAttributes() {
+      auto collection = [](char const* name) { return Nuv::attribute(name, &TableCore::collection); };
+      if constexpr (BlockKey<Key>) {
+         return std::tuple(collection("entryHandle"), collection("unresolvedEntryBlock"),
+                           collection("resolvedEntryBlock"));
+      } else if constexpr (Asic::HasDependentFields<Entry>) {
+         return std::tuple(collection("entryHandle"), collection("unresolvedEntry"),
+                           collection("resolvedEntry"));
+      } else {
+         return std::tuple(collection("entryHandle"), collection("resolvedEntry"));
+      }
+   }
+   Nuv::PublishedCollection collection() const { return {}; }
+
    // The type's name without what parts it.
    static Pelm::String facilityName() {
       auto name = typeName();

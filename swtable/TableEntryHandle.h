@@ -50,6 +50,12 @@ class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
    /// The value that waits for needed entries, or null.
    Nuv::Ptr<WaitingEntry<T>> const& unresolvedEntry() const { return unresolvedEntry_; }
 
+   /// Whether the value that is to be in hardware is `entry`; of a keyed table alone, like the next.
+   bool isResolvedAs(Entry const& entry) const { return isResolved() && content_.entry == entry; }
+
+   /// Whether the newest value written is `entry`, and its row is not being cleared.
+   bool isWrittenAs(Entry const& entry) const;
+
    /// A queue of values that come after the one that is in progress; it is emptied when that one is done. The
    /// front must be there to be read or dequeued.
    void pendingEntryEnq(Entry const& entry);
@@ -67,6 +73,7 @@ class ZANDOR_EXPORT TableEntryHandle final : public Asic::SwTable::EntryHandle {
    void handleRowConfirmed() override;
    void handleRowRefused() override;
    void handleRowDeleted() override;
+   void handleRowReturned() override;
 
  protected:
    void cleanup() override;

@@ -21,6 +21,9 @@ struct ZANDOR_EXPORT L3EcmpGroup0TableSheet {
       std::uint32_t lbMode{};
       std::uint16_t numPaths{};
 
+      /// Whether the entry differs from an empty one. The index that follows from the handle does not count.
+      explicit operator bool() const { return !(*this == Entry()); }
+
       static constexpr auto fieldList() {
          return Nuv::fieldList("ZandorL3Tunnel::L3EcmpGroup0Table::Entry",
                                Nuv::field("ecmpBlockPtrHandle", &Entry::ecmpBlockPtrHandle),

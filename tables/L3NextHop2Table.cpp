@@ -97,6 +97,15 @@ L3NextHop2Table::doInitComplete() {
 }
 
 void
+L3NextHop2Table::indexAllocatorIs(Nuv::Ptr<L3NextHop2SharedAllocator> const& allocator) {
+   NUV_ASSERT(handles_.size() == 0, tblName());
+   source_.allocatorIs(allocator);
+   if (allocator) {
+      doReserveIndicesAtTableInit();
+   }
+}
+
+void
 L3NextHop2Table::doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> const& group) {
    IngL3NextHop2Table::doMountHwTableMountInfo(group);
    EgrL3NextHop2::doMountHwTableMountInfo(group);
@@ -138,24 +147,6 @@ L3NextHop2Table::handleAtKey(Key const& key) const {
 Nuv::Ptr<L3NextHop2Table::EntryHandle const>
 L3NextHop2Table::entryHandle(Key const& key) const {
    return handleAtKey(key);
-}
-
-L3NextHop2Table::HandlePtr
-L3NextHop2Table::mappedEntryHandle(Key const& key) const {
-   auto const* mapped = mapped_.find(key);
-   return mapped ? HandlePtr(*mapped) : HandlePtr();
-}
-
-L3NextHop2Table::MergedEntry
-L3NextHop2Table::mergedEntry(Key const& key) const {
-   auto handle = handleAtKey(key);
-   return handle ? handle->mergedEntry() : MergedEntry();
-}
-
-Nuv::Ptr<L3NextHop2Table::UnresolvedMergedEntry>
-L3NextHop2Table::unresolvedMergedEntry(Key const& key) const {
-   auto handle = handleAtKey(key);
-   return handle ? handle->unresolvedMergedEntry() : nullptr;
 }
 
 Asic::Index
@@ -210,7 +201,13 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
    auto handle = writtenHandle(key, autoRemoveType);
    auto const handlerBefore = std::exchange(handle->responseHandler_, ResponseHandler());
    handle->responseHandler_.functionIs(std::move(handler));
-   auto index = source_.acquire(*this, key);
+   bool mayBeInPlace = !handle->unresolvedMergedEntry() && handle->entryState() != unresolved();
+   if (mayBeInPlace && isInPlace(*handle, ingEntry, egrEntry)) {
+      DUOLOG(_defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
+             ": merged table entry already exists");
+      return handle;
+   }
+   auto index = source_.acquire(*this, key, handle->hwEntryIndex());
    if (index == Asic::invalidIndex) {
       // Whoever asks again is told again.
       if (handle->entryState() == failed()) {
@@ -249,29 +246,45 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
 }
 
 // Rows that somebody else keeps at the index do not make a fresh key's pair complete, so the key itself must
-// hold or wait for one.
+// hold or wait for one. An entry whose waiting pair was dropped is written anew.
 bool
 L3NextHop2Table::isInPlace(EntryHandle const& handle, Asic::Index index,
                            IngL3NextHop2Table::Entry const& ingEntry,
                            EgrL3NextHop2::Entry const& egrEntry) const {
-   if (!handle.mergedEntry() && !handle.unresolvedMergedEntry()) {
+   bool isHeld = handle.mergedEntry() && handle.entryState() != unresolved();
+   if (!isHeld && !handle.unresolvedMergedEntry()) {
       return false;
    }
+   auto ing = ingL3NextHop2Table_->entryHandle(index);
    auto egr = egrL3NextHop2_->entryHandle(index);
-   return ingL3NextHop2Table_->resolvedEntry(index) == ingEntry && egr &&
-          egr->entryType() != EntryHandle::inDeletion() && egrL3NextHop2_->entry(index) == egrEntry;
+   return ing && ing->isResolvedAs(ingEntry) && egr && egr->isWrittenAs(egrEntry);
+}
+
+// The same of a pair that is in place: as long as its halves are in their tables, they are what stands at the
+// key's index.
+bool
+L3NextHop2Table::isInPlace(EntryHandle const& handle, IngL3NextHop2Table::Entry const& ingEntry,
+                           EgrL3NextHop2::Entry const& egrEntry) const {
+   std::size_t inPlace = 0;
+   for (auto const& member : handle.mergedEntry()) {
+      auto const& half = static_cast<Asic::SwTable::EntryHandle const&>(*member);
+      if (half.hwEntryIndex() != handle.hwEntryIndex()) {
+         return false;
+      }
+      if (half.swTable() == ingL3NextHop2Table_.get()) {
+         inPlace += static_cast<IngL3NextHop2Table::EntryHandle const&>(half).isResolvedAs(ingEntry);
+      } else if (half.swTable() == egrL3NextHop2_.get()) {
+         inPlace += static_cast<EgrL3NextHop2::EntryHandle const&>(half).isWrittenAs(egrEntry);
+      }
+   }
+   return inPlace == MergedEntry::numMemberTables();
 }
 
 void
 L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry) {
    // The pair held so far goes last: its halves' handles are mostly those of the new one.
-   auto before = std::move(handle.unresolvedMergedEntry_);
-   if (before) {
-      before->detach();
-   }
-   auto waiting = Nuv::make<UnresolvedMergedEntry>(handle);
-   handle.writeIs();
-   handle.unresolvedMergedEntry_ = waiting;
+   auto const before = handle.unresolvedMergedEntry_;
+   auto waiting = unresolvedMergedEntryIs(handle);
    WriteWatch watch(handle);
    Nuv::AllSteps steps;
    steps([&] { handle.entryStateIs(unresolved()); });
@@ -291,33 +304,14 @@ L3NextHop2Table::entryMapToKey(Key const& newKey, Key const& existingKey,
                  " Only explicit remove supported with entryMapToKey");
    auto eh = handleAtKey(existingKey);
    NUV_ASSERT_AS("L3NextHop2Table", eh, "eh", "Expected to see an entryhandle at existingKey");
-   ++eh->mappings_;
-   eh->isMappedIs(true);
-   Nuv::Ptr<EntryHandle> before;
-   if (auto* found = mapped_.find(newKey)) {
-      before = *found;
-   }
-   mapped_.valueIs(newKey, eh);
-   if (before) {
-      mappingDel(before);
-   }
+   mappingIs(newKey, eh);
    return eh;
-}
-
-// The mapping's reference goes last, with the caller's.
-void
-L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> const& handle) {
-   if (--handle->mappings_ == 0) {
-      handle->isMappedIs(false);
-   }
 }
 
 void
 L3NextHop2Table::entryRemove(Key const& key) {
-   if (auto* found = mapped_.find(key)) {
-      auto const mapped = *found;
-      mapped_.erase(key);
-      mappingDel(mapped);
+   if (mapped_.has(key)) {
+      mappedEntryHandleDel(key);
       return;
    }
    auto handle = handles_.find(key);
@@ -326,9 +320,7 @@ L3NextHop2Table::entryRemove(Key const& key) {
 
 void
 L3NextHop2Table::entryRemoveAll() {
-   for (auto at = mapped_.iterator(); at; ++at) {
-      entryRemove(Key(at->key()));
-   }
+   mappedEntryHandleDelAll();
    handles_.forEach([this](EntryHandle& handle) {
       AccessorBase::removed(&handle, &handle.responseHandler_, *this, handle.key());
    });
@@ -337,6 +329,9 @@ L3NextHop2Table::entryRemoveAll() {
 void
 L3NextHop2Table::cleanup(EntryHandle& handle) {
    Nuv::Ptr<L3NextHop2Table> alive(this);
+   if (profitsFromExpectation()) {
+      endExpected(handle);
+   }
    AccessorBase::handleLeaves(handle, handles_.hasHandle(handle), *this, handle.key());
    handles_.del(handle);
    leave(handle);
@@ -358,11 +353,8 @@ L3NextHop2Table::leave(EntryHandle& handle) {
 }
 
 void
-L3NextHop2Table::cleanup() {
-   if (isTakenDown_) {
-      return;
-   }
-   isTakenDown_ = true;
+L3NextHop2Table::entryHandleDelAll() {
+   Nuv::Ptr<L3NextHop2Table> alive(this);
    Nuv::AllSteps steps;
    auto mapped = std::exchange(mapped_, {});
    for (auto const& handle : handles_.takeAll()) {
@@ -372,6 +364,17 @@ L3NextHop2Table::cleanup() {
          steps([&] { handle->referenceDel(); });
       }
    }
+   steps.finish();
+}
+
+void
+L3NextHop2Table::cleanup() {
+   if (isTakenDown_) {
+      return;
+   }
+   isTakenDown_ = true;
+   Nuv::AllSteps steps;
+   steps([this] { entryHandleDelAll(); });
    indexDeallocatorSm_ = nullptr;
    source_.del(*this);
    steps.finish();

@@ -12,6 +12,7 @@
 #include "types/L3UnderlayNextHopKey.h"
 
 #include <array>
+#include <span>
 
 namespace ZandorL3Tunnel {
 
@@ -44,7 +45,12 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    static constexpr auto attributeList() {
       return std::tuple(Nuv::attribute("ingL3NextHop2Table", &L3NextHop2Table::ingL3NextHop2Table),
                         Nuv::attribute("egrL3NextHop2", &L3NextHop2Table::egrL3NextHop2),
-                        Nuv::attribute("indexAllocator", &L3NextHop2Table::indexAllocator));
+                        Nuv::attribute("indexAllocator", &L3NextHop2Table::indexAllocator),
+                        Nuv::attribute("entryHandle", &L3NextHop2Table::collection),
+                        Nuv::attribute("mergedEntry", &L3NextHop2Table::collection),
+                        Nuv::attribute("unresolvedMergedEntry", &L3NextHop2Table::collection),
+                        Nuv::attribute("mappedEntryHandle", &L3NextHop2Table::collection),
+                        Nuv::attribute("indexDeallocatorSm", &L3NextHop2Table::indexDeallocatorSm));
    }
    static Nuv::FwkType staticFwkType();
    Nuv::FwkType fwkType() const override { return staticFwkType(); }
@@ -86,6 +92,13 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    /// and the type must be `needsExplicitRemove`. An earlier mapping of `newKey` is replaced.
    HandlePtr entryMapToKey(Key const& newKey, Key const& existingKey, Asic::AutoRemoveType autoRemoveType);
 
+   /// Says which keys are about to be written, at most `mostExpected` of them. Nothing changes: where there
+   /// are more next hops than caches hold, the memory is asked for what the writes will read, so that the
+   /// waits for it overlap.
+   void entriesExpected(std::span<Key const> keys) const;
+   bool profitsFromExpectation() const { return handles_.size() >= manyHandles; }
+   static constexpr std::size_t mostExpected = 64;
+
    /// Gives the commit at `key` back: the entry goes with its last holder. A key that stands for another's
    /// entry stands for it no longer, and nothing else. Without either it does nothing.
    void entryRemove(Key const& key);
@@ -98,13 +111,37 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    /// The handle that the key stands for, or else its own; null without both.
    Nuv::Ptr<EntryHandle const> entryHandle(Key const& key) const;
 
-   /// The handle that the key stands for; null when it is not mapped.
+   /// Lets every handle and every mapping go, as taking the table down does: halves that nobody else holds
+   /// go, and handles that users hold are inert.
+   void entryHandleDelAll();
+
+   /// The handle that the key stands for; null when it is not mapped. `...Is` maps the key to the handle of
+   /// an entry of this table, in place of an earlier one; `...Del` ends that.
    HandlePtr mappedEntryHandle(Key const& key) const;
+   bool mappedEntryHandleHas(Key const& key) const { return mapped_.has(key); }
+   void mappedEntryHandleIs(Key const& key, HandlePtr const& handle);
+   void mappedEntryHandleDel(Key const& key);
+   void mappedEntryHandleDelAll();
    std::size_t mappedEntryHandles() const { return mapped_.size(); }
 
-   /// The pair that is in place at the key, and the one that is waited for, if any.
+   /// The pair that is in place at the key, if any; a key that stands for another's entry shows that one's.
+   /// `...Is` puts a pair in place, without writing anything: its halves should be at the key's index.
+   /// `...Del` takes it back: halves that nobody else holds go, and the entry is `unresolved` and without an
+   /// index until it is written again. Both concern the key's own entry, and do nothing without one.
    MergedEntry mergedEntry(Key const& key) const;
+   bool mergedEntryHas(Key const& key) const;
+   void mergedEntryIs(Key const& key, MergedEntry const& entry);
+   void mergedEntryDel(Key const& key);
+   void mergedEntryDelAll();
+
+   /// The same for the pair that is waited for. `...Is` makes one at the key's own entry in place of an
+   /// earlier one, which waits for nothing until it is told to; null without an entry. `...Del` drops it, and
+   /// the entry is `unresolved` until it is written again.
    Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntry(Key const& key) const;
+   bool unresolvedMergedEntryHas(Key const& key) const;
+   Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntryIs(Key const& key);
+   void unresolvedMergedEntryDel(Key const& key);
+   void unresolvedMergedEntryDelAll();
 
    /// The index of the entry at `key`, for publication to other agents; invalid when there is none.
    Asic::Index hwIndexOnlyForCrossAgentCommunication(Key const& key) const;
@@ -125,6 +162,8 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
 
    Nuv::Ptr<IndexDeallocatorSm> const& indexDeallocatorSm() const { return indexDeallocatorSm_; }
    Nuv::Ptr<L3NextHop2SharedAllocator> const& indexAllocator() const { return source_.allocator(); }
+   /// Another allocator instead, before the first entry is written. It keeps back the same indices.
+   void indexAllocatorIs(Nuv::Ptr<L3NextHop2SharedAllocator> const& allocator);
 
    Handles const& handles() const { return handles_; }
 
@@ -146,18 +185,29 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void doInitComplete() override;
 
  private:
+   // So many handles and what belongs to them are some megabytes.
+   static constexpr std::size_t manyHandles = 8192;
+
    bool hasMemberTables() const { return ingL3NextHop2Table_ && egrL3NextHop2_; }
    void doEnclosingInit();
    void doReserveIndicesAtTableInit();
    Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;
+   void mappingIs(Key const& key, Nuv::Ptr<EntryHandle> const& handle);
    static void mappingDel(Nuv::Ptr<EntryHandle> const& handle);
    void ingL3NextHop2TableIs(Nuv::Ptr<IngL3NextHop2Table> table);
    void egrL3NextHop2Is(Nuv::Ptr<EgrL3NextHop2> table);
    Nuv::Ptr<EntryHandle> writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType);
+   bool isInPlace(EntryHandle const& handle, IngL3NextHop2Table::Entry const& ingEntry,
+                  EgrL3NextHop2::Entry const& egrEntry) const;
    bool isInPlace(EntryHandle const& handle, Asic::Index index, IngL3NextHop2Table::Entry const& ingEntry,
                   EgrL3NextHop2::Entry const& egrEntry) const;
+   static Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntryIs(EntryHandle& handle);
+   static void unresolvedMergedEntryDel(EntryHandle& handle);
+   static void mergedEntryDel(EntryHandle& handle);
    void unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry);
+   Nuv::PublishedCollection collection() const { return {}; }
    void cleanup(EntryHandle& handle);
+   void endExpected(EntryHandle const& handle) const;
    void leave(EntryHandle& handle);
 
    Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2Table_;

@@ -3,6 +3,8 @@
 #include "swtable/AccessorBase.h"
 #include "tables/L3NextHop2Table.h"
 
+#include <algorithm>
+
 namespace ZandorL3Tunnel {
 
 void
@@ -66,16 +68,22 @@ L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry co
                  "All member tables are not filled");
    Nuv::Ptr<UnresolvedMergedEntry> alive(this);
    entry_ = entry;
+   neededEntryHandleSmsReserve(entry.mergedEntryHandles());
    for (auto const& member : entry) {
       if (isNeeded(*member)) {
          neededEntryHandleSmIs(member);
       }
    }
-   // All are followed before anybody hears of one.
+   // All are followed before anybody hears of one. Of two failures that of a needed entry is told, whichever
+   // half has it.
+   Asic::SwTableBase::EntryHandle const* failed = nullptr;
    for (auto const& member : entry) {
-      if (member->isFailed()) {
-         setEntryState(member->entryState());
+      if (failsWith(*member) && (!failed || failed->entryState() == Asic::SwTableBase::failed())) {
+         failed = member.get();
       }
+   }
+   if (failed) {
+      failsAs(*failed);
    }
    if (!lacksIndex()) {
       doResolve();
@@ -94,11 +102,20 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
    if (!handle_ || !handle_->table()) {
       return;
    }
+   // The halves are issued at the key's index.
+   auto const& half = *entry_.begin();
+   auto likely = half ? half->hwEntryIndex() : Asic::invalidIndex;
+   bool isUnderWay = likely != Asic::invalidIndex && likely == handle_->hwEntryIndex() &&
+                     handle_->entryState() == inProgress();
+   if (isUnderWay && neededEntryHandleSms() != 0) {
+      return;
+   }
+   auto index = isUnderWay ? likely : handle_->table()->source_.held(handle_->key(), likely);
    Nuv::Ptr<EntryHandle> handle(handle_);
    Nuv::Ptr<UnresolvedMergedEntry> alive(this);
    WriteWatch watch(*handle);
    Nuv::AllSteps steps;
-   steps([&] { handle->hwEntryIndexIs(handle->table()->source_.held(handle->key())); });
+   steps([&] { handle->hwEntryIndexIs(index); });
    if (watch.isOvertaken() || hasFailedNeededEntry()) {
       steps.finish();
       return;
@@ -108,7 +125,7 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
       steps.finish();
       return;
    }
-   handle->mergedEntry_ = entry_;
+   auto const before = std::exchange(handle->mergedEntry_, std::move(entry_));
    handle->unresolvedMergedEntry_ = nullptr;
    detach();
    steps([&] { handle->hwIndexValidIs(true); });
@@ -116,6 +133,64 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
       steps([&] { handle->entryStateIs(success()); });
    }
    steps.finish();
+}
+
+namespace {
+
+// A handle may begin anywhere in a line, and is shorter than two.
+void
+prefetchHandle(Asic::SwTableBase::EntryHandle const* handle) {
+   auto const* bytes = reinterpret_cast<char const*>(handle);
+   __builtin_prefetch(bytes);
+   __builtin_prefetch(bytes + 64);
+}
+
+template <class T>
+void
+prefetchHalf(Nuv::Ptr<T> const& table, Asic::Index index) {
+   if (table) {
+      table->handles().prefetch(index);
+      if (auto const& util = table->util()) {
+         util->hwTable().prefetch(index);
+      }
+   }
+}
+
+} // namespace
+
+void
+L3NextHop2Table::entriesExpected(std::span<Key const> keys) const {
+   if (!profitsFromExpectation()) {
+      return;
+   }
+   NUV_ASSERT(keys.size() <= mostExpected, tblName());
+   for (auto const& key : keys) {
+      handles_.prefetch(key);
+   }
+   std::array<EntryHandle const*, mostExpected> found;
+   auto end = std::ranges::transform(keys, found.begin(), [this](Key const& key) {
+                 return handles_.peek(key);
+              }).out;
+   for (auto handle = found.begin(); handle != end; ++handle) {
+      if (*handle) {
+         for (auto const& half : (*handle)->mergedEntry()) {
+            prefetchHandle(half.get());
+         }
+      }
+   }
+}
+
+// All that the end of a next hop will read, and that lies apart from each other.
+void
+L3NextHop2Table::endExpected(EntryHandle const& handle) const {
+   handles_.prefetch(handle.key());
+   for (auto const& half : handle.mergedEntry()) {
+      prefetchHandle(half.get());
+   }
+   if (handle.hwEntryIndex() != Asic::invalidIndex) {
+      prefetchHalf(ingL3NextHop2Table_, handle.hwEntryIndex());
+      prefetchHalf(egrL3NextHop2_, handle.hwEntryIndex());
+   }
 }
 
 L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
@@ -164,21 +239,19 @@ L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
    if (!table_.indexAllocator()) {
       return;
    }
-   auto& allocator = *table_.indexAllocator();
-   auto key = allocator.keyForIndex(index);
-   if (!key.type) {
-      return;
-   }
-   if (table_.ingL3NextHop2Table_ && table_.ingL3NextHop2Table_->resolvedEntry(index)) {
+   if (table_.ingL3NextHop2Table_ && table_.ingL3NextHop2Table_->resolvedEntryHas(index)) {
       DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in ingL3NextHop2Table");
       return;
    }
-   if (table_.egrL3NextHop2_ && table_.egrL3NextHop2_->resolvedEntry(index)) {
+   if (table_.egrL3NextHop2_ && table_.egrL3NextHop2_->resolvedEntryHas(index)) {
       DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in egrL3NextHop2");
       return;
    }
-   DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
-   allocator.releaseIndexForKey(*key.type, key.value, &table_);
+   auto& allocator = *table_.indexAllocator();
+   if (allocator.isHeldAt(index)) {
+      DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
+      allocator.releaseIndexAt(index, &table_);
+   }
 }
 
 } // namespace ZandorL3Tunnel

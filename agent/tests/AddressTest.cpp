@@ -27,6 +27,15 @@ TEST(Address, IpIsReadAndPrinted) {
    }
 }
 
+TEST(Address, MulticastGroupsAreTold) {
+   for (auto const* const group : {"224.0.0.0", "239.255.255.255", "ff02::1"}) {
+      EXPECT_TRUE(IpAddress::parse(group)->isMulticast()) << group;
+   }
+   for (auto const* const single : {"223.255.255.255", "240.0.0.0", "fe80::1", "::ffff:224.0.0.1"}) {
+      EXPECT_FALSE(IpAddress::parse(single)->isMulticast()) << single;
+   }
+}
+
 TEST(Address, V4IsANumber) {
    EXPECT_EQ(IpAddress::parse("10.1.2.3")->v4(), 0x0a010203U);
    EXPECT_EQ(IpAddress::fromV4(0xc0a80001).text(), "192.168.0.1");

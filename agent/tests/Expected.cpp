@@ -1,5 +1,6 @@
 #include "agent/tests/Expected.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <zlib.h>
@@ -58,13 +59,42 @@ operator<<(std::ostream& out, ExpectedVia const& via) {
 }
 
 std::filesystem::path
-recordedFile(std::string const& fabric, std::string const& name) {
-   return std::filesystem::path(AGENT_TESTDATA) / fabric / name;
+recordedFile(std::string const& fabric, std::string const& name, std::string const& snapshot) {
+   return std::filesystem::path(AGENT_TESTDATA) / fabric / snapshot / name;
+}
+
+std::filesystem::path
+recordedEvents(std::string const& fabric) {
+   return std::filesystem::path(AGENT_TESTDATA) / fabric / "events.rnl.gz";
+}
+
+std::vector<std::string>
+snapshots(std::string const& fabric) {
+   std::vector<std::string> names;
+   for (auto const& entry :
+        std::filesystem::directory_iterator(std::filesystem::path(AGENT_TESTDATA) / fabric)) {
+      if (entry.is_directory()) {
+         names.push_back(entry.path().filename().string());
+      }
+   }
+   std::sort(names.begin(), names.end());
+   return names;
+}
+
+std::vector<std::string>
+testedSnapshots(std::string const& fabric) {
+   auto all = snapshots(fabric);
+#ifndef AGENT_TESTS_ALL_SNAPSHOTS
+   if (fabric == "big") {
+      return {all.front(), all[all.size() / 2], all.back()};
+   }
+#endif
+   return all;
 }
 
 ExpectedVias
-expectedVias(std::string const& fabric) {
-   return expectedViasOf(recordedFile(fabric, "expected.json.gz"));
+expectedVias(std::string const& fabric, std::string const& snapshot) {
+   return expectedViasOf(recordedFile(fabric, "expected.json.gz", snapshot));
 }
 
 ExpectedVias
@@ -80,9 +110,9 @@ expectedViasOf(std::filesystem::path const& file) {
 }
 
 std::vector<ExpectedEgress>
-expectedEgress(std::string const& fabric) {
+expectedEgress(std::string const& fabric, std::string const& snapshot) {
    std::vector<ExpectedEgress> result;
-   for (auto const& entry : readJson(recordedFile(fabric, "expected_egress.json.gz"))) {
+   for (auto const& entry : readJson(recordedFile(fabric, "expected_egress.json.gz", snapshot))) {
       result.push_back({.device = entry.at("dev").get<std::string>(),
                         .port = entry.at("port_dev").get<std::string>(),
                         .sourceMac = entry.at("src_mac").get<std::string>(),

@@ -5,6 +5,7 @@
 #include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/ip.h>
+#include <linux/ipv6.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
@@ -34,7 +35,7 @@ Link
 applied(MessageBuilder const& message) {
    KernelState state;
    applyDatagram(state, message.datagram());
-   return state.links.at(7);
+   return state.links().at(7);
 }
 
 MessageBuilder&
@@ -64,6 +65,15 @@ TEST(LinkMessages, Kinds) {
    auto const vlan = applied(withInfo(sub, "vlan", [](auto& data) { data.u16(IFLA_VLAN_ID, 300); }));
    EXPECT_EQ(vlan.kind, LinkKind::vlan);
    EXPECT_EQ(vlan.vlan, 300);
+   for (bool const foreign : {false, true}) {
+      std::array<std::uint8_t, 2> const usual{0x81, 0x00};
+      std::array<std::uint8_t, 2> const other{0x88, 0xa8};
+      auto tagging = linkMessage();
+      auto const link = applied(withInfo(tagging, "vlan", [&](auto& data) {
+         data.u16(IFLA_VLAN_ID, 300).bytes(IFLA_VLAN_PROTOCOL, (foreign ? other : usual).data(), 2);
+      }));
+      EXPECT_EQ(link.foreignTag, foreign);
+   }
    for (std::uint8_t const filtering : {0, 1}) {
       auto message = linkMessage();
       auto const bridge = applied(
@@ -115,14 +125,48 @@ TEST(LinkMessages, PortVlansAreReplacedAndRangesSpreadOut) {
    std::uint16_t const untagged = BRIDGE_VLAN_INFO_UNTAGGED;
    applyDatagram(state,
                  portMessage(RTM_NEWLINK, {{.flags = 6, .vid = 1}, {.flags = 0, .vid = 9}}).datagram());
-   EXPECT_EQ(state.portVlans.at(7), (Vlans{{1, 6}, {9, 0}}));
+   EXPECT_EQ(state.portVlans().at(7), (Vlans{{1, 6}, {9, 0}}));
    std::uint16_t const begin = BRIDGE_VLAN_INFO_RANGE_BEGIN | untagged;
    std::uint16_t const end = BRIDGE_VLAN_INFO_RANGE_END | untagged;
    applyDatagram(
          state,
          portMessage(RTM_NEWLINK, {{.flags = begin, .vid = 20}, {.flags = end, .vid = 22}}).datagram());
-   EXPECT_EQ(state.portVlans.at(7), (Vlans{{20, untagged}, {21, untagged}, {22, untagged}}));
-   EXPECT_TRUE(state.links.empty()) << "it is about the port, not the link";
+   EXPECT_EQ(state.portVlans().at(7), (Vlans{{20, untagged}, {21, untagged}, {22, untagged}}));
+   EXPECT_TRUE(state.links().empty()) << "it is about the port, not the link";
+}
+
+TEST(LinkMessages, OfRangesThatOverlapTheLastOneCounts) {
+   KernelState state;
+   std::uint16_t const untagged = BRIDGE_VLAN_INFO_UNTAGGED;
+   std::uint16_t const begin = BRIDGE_VLAN_INFO_RANGE_BEGIN;
+   std::uint16_t const end = BRIDGE_VLAN_INFO_RANGE_END;
+   applyDatagram(state, portMessage(RTM_NEWLINK, {{.flags = begin, .vid = 1},
+                                                  {.flags = end, .vid = 4095},
+                                                  {.flags = untagged, .vid = 7},
+                                                  {.flags = begin, .vid = 6},
+                                                  {.flags = static_cast<std::uint16_t>(end | 2), .vid = 8},
+                                                  {.flags = untagged, .vid = 8}})
+                              .datagram());
+   auto const& vlans = state.portVlans().at(7);
+   EXPECT_EQ(vlans.size(), 4095U);
+   EXPECT_EQ(vlans.at(5), 0);
+   EXPECT_EQ(vlans.at(6), 2);
+   EXPECT_EQ(vlans.at(7), 2);
+   EXPECT_EQ(vlans.at(8), untagged);
+   EXPECT_EQ(vlans.at(9), 0);
+}
+
+TEST(LinkMessages, WhatAPortsOwnDriverSaysIsNotTheBridges) {
+   KernelState state;
+   applyDatagram(state, portMessage(RTM_NEWLINK, {{.flags = 6, .vid = 10}}).datagram());
+   MessageBuilder driver(RTM_NEWLINK, ifinfomsg{.ifi_family = AF_BRIDGE, .ifi_index = 7});
+   driver.nest(IFLA_AF_SPEC, [](MessageBuilder& bridge) {
+      bridge.u16(IFLA_BRIDGE_FLAGS, BRIDGE_FLAGS_SELF).u16(IFLA_BRIDGE_MODE, 0);
+   });
+   applyDatagram(state, driver.datagram());
+   EXPECT_EQ(state.portVlans().at(7), (PortVlans{{10, 6}}));
+   applyDatagram(state, portMessage(RTM_NEWLINK, {}).datagram());
+   EXPECT_TRUE(state.portVlans().at(7).empty()) << "the bridge may say that there are none";
 }
 
 TEST(LinkMessages, PortVlanOutOfRangeIsAnError) {
@@ -132,15 +176,36 @@ TEST(LinkMessages, PortVlanOutOfRangeIsAnError) {
          testing::ThrowsMessage<MessageError>("RTM_NEWLINK: IFLA_AF_SPEC: IFLA_BRIDGE_VLAN_INFO: VLAN 4096"));
 }
 
+TEST(LinkMessages, ViewOfAProtocolIsPassedOver) {
+   KernelState state;
+   auto whole = linkMessage().u32(IFLA_LINK, 3);
+   applyDatagram(state, withInfo(whole, "vlan", [](auto& data) { data.u16(IFLA_VLAN_ID, 300); }).datagram());
+   MessageBuilder view(RTM_NEWLINK, ifinfomsg{.ifi_family = AF_INET6, .ifi_index = 7, .ifi_flags = 0x1003});
+   applyDatagram(state, view.text(IFLA_IFNAME, "swp1").datagram());
+   EXPECT_EQ(state.links().at(7).kind, LinkKind::vlan) << "IPv6 does not say what kind of device it is";
+}
+
+TEST(LinkMessages, IgnoreLinkdownIsToldForEachFamily) {
+   std::vector<std::uint32_t> settings(DEVCONF_IGNORE_ROUTES_WITH_LINKDOWN + 1);
+   settings.back() = 1;
+   auto const link = applied(linkMessage().nest(IFLA_AF_SPEC, [&](MessageBuilder& families) {
+      return families.nest(AF_INET6, [&](MessageBuilder& inet6) {
+         inet6.bytes(IFLA_INET6_CONF, settings.data(), settings.size() * sizeof(std::uint32_t));
+      });
+   }));
+   EXPECT_FALSE(link.ignoreLinkdown);
+   EXPECT_TRUE(link.ignoreLinkdownV6);
+}
+
 TEST(LinkMessages, RemovedPortIsStillALink) {
    KernelState state;
    applyDatagram(state, linkMessage().datagram());
    applyDatagram(state, portMessage(RTM_NEWLINK, {{.flags = 0, .vid = 1}}).datagram());
    applyDatagram(state, portMessage(RTM_DELLINK, {}).datagram());
-   EXPECT_TRUE(state.portVlans.empty());
-   EXPECT_EQ(state.links.size(), 1U);
+   EXPECT_TRUE(state.portVlans().empty());
+   EXPECT_EQ(state.links().size(), 1U);
    applyDatagram(state, linkMessage(RTM_DELLINK).datagram());
-   EXPECT_TRUE(state.links.empty());
+   EXPECT_TRUE(state.links().empty());
 }
 
 } // namespace L3TunnelAgent

@@ -55,6 +55,13 @@ class MessageBuilder {
       return *this;
    }
 
+   /// Puts a structure that is no attribute, as some attributes begin with.
+   template <typename Fixed>
+   MessageBuilder& fixed(Fixed const& value) {
+      std::memcpy(mnl_nlmsg_put_extra_header(header(), sizeof value), &value, sizeof value);
+      return *this;
+   }
+
    std::vector<std::byte> datagram() const {
       auto const* const begin = reinterpret_cast<std::byte const*>(buffer_.data());
       return {begin, begin + MNL_ALIGN(reinterpret_cast<nlmsghdr const*>(begin)->nlmsg_len)};

@@ -81,8 +81,8 @@ TEST(MessageReader, SeveralMessagesInOneDatagramAreAllApplied) {
                         ndmsg{.ndm_family = AF_INET6, .ndm_ifindex = 4, .ndm_state = NUD_REACHABLE});
    auto const second = other.ip(NDA_DST, "fe80::1").datagram();
    datagram.insert(datagram.end(), second.begin(), second.end());
-   EXPECT_EQ(applied(datagram).neighbours.size(), 2U);
-   EXPECT_TRUE(applied({}).neighbours.empty());
+   EXPECT_EQ(applied(datagram).neighbours().size(), 2U);
+   EXPECT_TRUE(applied({}).neighbours().empty());
 }
 
 TEST(MessageReader, DatagramMayLieAtAnyAlignment) {
@@ -92,13 +92,21 @@ TEST(MessageReader, DatagramMayLieAtAnyAlignment) {
       std::copy(datagram.begin(), datagram.end(), shifted.begin() + static_cast<std::ptrdiff_t>(shift));
       KernelState state;
       applyDatagram(state, std::span(shifted).subspan(shift, datagram.size()));
-      EXPECT_EQ(state.neighbours.size(), 1U) << shift;
+      EXPECT_EQ(state.neighbours().size(), 1U) << shift;
    }
 }
 
 TEST(MessageReader, OtherMessagesArePassedOver) {
-   auto const state = applied(MessageBuilder(RTM_NEWADDR, ifaddrmsg{.ifa_family = AF_INET}).datagram());
-   EXPECT_TRUE(state.links.empty() && state.neighbours.empty() && state.tables.empty());
+   auto const state = applied(MessageBuilder(RTM_NEWQDISC, tcmsg{}).datagram());
+   EXPECT_TRUE(state.links().empty() && state.neighbours().empty());
+}
+
+TEST(MessageReader, AddressIsReadAsFarAsItMatters) {
+   auto const address = [](std::uint8_t family) {
+      return MessageBuilder(RTM_NEWADDR, ifaddrmsg{.ifa_family = family}).datagram();
+   };
+   EXPECT_EQ(errorOf(address(AF_INET)), "RTM_NEWADDR: IFA_LOCAL: is missing");
+   EXPECT_EQ(errorOf(address(AF_INET6)), "no error");
 }
 
 TEST(MessageReader, EndOfADumpIsFineAndItsErrorIsOne) {
@@ -116,7 +124,7 @@ TEST(MessageReader, MessagesBeforeAMalformedOneAreApplied) {
    datagram.resize(datagram.size() + 20);
    KernelState state;
    EXPECT_THROW(applyDatagram(state, datagram), MessageError);
-   EXPECT_EQ(state.neighbours.size(), 1U);
+   EXPECT_EQ(state.neighbours().size(), 1U);
 }
 
 TEST(MessageReader, MessageCutAnywhereIsAnErrorThatNamesIt) {

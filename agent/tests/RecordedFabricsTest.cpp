@@ -1,6 +1,8 @@
-#include "agent/Derive.h"
+#include "agent/Derivation.h"
 #include "agent/MessageReader.h"
+#include "agent/RoundReader.h"
 #include "agent/tests/Expected.h"
+#include "agent/tests/StateBuilder.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -48,16 +50,22 @@ named(KernelState const& state, std::vector<Destination> const& all) {
    return result;
 }
 
-class RecordedFabric : public testing::TestWithParam<char const*> {
- protected:
-   KernelState const state = recordedState(recordedFile(GetParam(), "dump.rnl.gz"));
-};
+std::vector<Destination>
+listed(std::map<IpAddress, Destination> const& destinations) {
+   std::vector<Destination> result;
+   for (auto const& [address, destination] : destinations) {
+      result.push_back(destination);
+   }
+   return result;
+}
 
-} // namespace
-
-TEST_P(RecordedFabric, EveryDestinationHasTheViasOfTheConfiguration) {
-   auto const expected = expectedVias(GetParam());
-   auto const derived = named(state, destinations(state));
+/// What is derived from a snapshot must be what the fabric's configuration says of that moment.
+void
+expectConfigured(std::string const& fabric, std::string const& snapshot, KernelState const& state,
+                 std::vector<Destination> const& all) {
+   SCOPED_TRACE(snapshot);
+   auto const expected = expectedVias(fabric, snapshot);
+   auto const derived = named(state, all);
    std::size_t vias = 0;
    for (auto const& [destination, expectedSet] : expected) {
       auto const found = derived.find(destination);
@@ -69,8 +77,41 @@ TEST_P(RecordedFabric, EveryDestinationHasTheViasOfTheConfiguration) {
       EXPECT_TRUE(expected.count(destination)) << destination << " is no destination";
    }
    EXPECT_GT(vias, 0U);
-   RecordProperty("destinations", static_cast<int>(expected.size()));
-   RecordProperty("vias", static_cast<int>(vias));
+}
+
+class RecordedFabric : public testing::TestWithParam<char const*> {
+ protected:
+   KernelState const state = recordedState(recordedFile(GetParam(), "dump.rnl.gz"));
+};
+
+} // namespace
+
+TEST_P(RecordedFabric, EverySnapshotsOwnDumpHasTheViasOfTheConfiguration) {
+   for (auto const& snapshot : testedSnapshots(GetParam())) {
+      auto const dumped = recordedState(recordedFile(GetParam(), "dump.rnl.gz", snapshot));
+      expectConfigured(GetParam(), snapshot, dumped, destinations(dumped));
+   }
+}
+
+TEST_P(RecordedFabric, AnnouncementsUpToEverySnapshotLeadToTheViasOfTheConfiguration) {
+   auto const tested = testedSnapshots(GetParam());
+   Recording recording(recordedEvents(GetParam()));
+   RoundReader reader(recording);
+   KernelState announced;
+   Derivation derivation(announced);
+   std::size_t compared = 0;
+   while (auto const round = reader.next()) {
+      reader.apply(announced, *round);
+      derivation.update(announced.takeChanges());
+      if (!round->snapshot || std::find(tested.begin(), tested.end(), *round->snapshot) == tested.end()) {
+         continue;
+      }
+      expectConfigured(GetParam(), *round->snapshot, announced, listed(derivation.destinations()));
+      EXPECT_EQ(derivation.destinations(), fromScratch(announced)) << *round->snapshot;
+      ++compared;
+   }
+   EXPECT_EQ(compared, tested.size());
+   RecordProperty("derived", static_cast<int>(derivation.derived()));
 }
 
 TEST_P(RecordedFabric, DestinationsAreOrderedAndAppearOnce) {
@@ -94,7 +135,7 @@ TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
             if (via.kind == ViaKind::unicast && name(state, via.device) == way.device &&
                 name(state, via.port) == way.port) {
                taken = true;
-               EXPECT_EQ(state.link(*via.device)->mac, MacAddress::parse(way.sourceMac));
+               EXPECT_EQ(via.sourceMac, MacAddress::parse(way.sourceMac));
                EXPECT_EQ(via.vlan, way.vlan);
                EXPECT_EQ(via.tagged, way.tagged);
             }
@@ -104,11 +145,10 @@ TEST_P(RecordedFabric, EveryWayOutHasItsSourceMacAndIsTakenByAVia) {
    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Leaf, RecordedFabric, testing::Values("small", "mixed", "mixed-inline", "big"),
-                         [](auto const& parameter) {
-                            std::string text = parameter.param;
-                            std::replace(text.begin(), text.end(), '-', '_');
-                            return text;
-                         });
+INSTANTIATE_TEST_SUITE_P(Leaf, RecordedFabric, testing::ValuesIn(fabrics), [](auto const& parameter) {
+   std::string text = parameter.param;
+   std::replace(text.begin(), text.end(), '-', '_');
+   return text;
+});
 
 } // namespace L3TunnelAgent

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 using testing::ThrowsMessage;
 
 constexpr std::uint32_t bigTable = 1000;
-Prefix const destination{0x0aff0101, 32};
+Prefix const destination = Prefix::of(IpAddress::fromV4(0x0aff0101), 32);
 
 MessageBuilder
 routeMessage(std::uint16_t type, std::uint32_t metric, std::uint16_t flags = 0,
@@ -57,9 +57,11 @@ class RouteMessages : public testing::Test {
    void apply(MessageBuilder const& message) { applyDatagram(state, message.datagram()); }
 
    std::vector<Route> routes(Prefix prefix = destination, std::uint32_t table = bigTable) {
-      auto const* const found = state.tables[table].find(prefix);
+      auto const* const found = state.routes({table, prefix});
       return found ? *found : std::vector<Route>{};
    }
+
+   std::vector<Rule> const& rules() const { return state.rules(IpAddress::Family::v4); }
 
    KernelState state;
 };
@@ -130,11 +132,22 @@ TEST_F(RouteMessages, DefaultRouteAndSmallTable) {
 
 TEST_F(RouteMessages, SameRouteTwiceIsOneAndEqualMetricsKeepTheirOrder) {
    for (auto const* const gateway : {"10.0.0.2", "10.0.0.1", "10.0.0.2"}) {
-      apply(singleHop(RTM_NEWROUTE, 20, gateway));
+      apply(singleHop(RTM_NEWROUTE, 20, gateway, NLM_F_MULTI));
    }
    ASSERT_EQ(routes().size(), 2U);
    EXPECT_THAT(routes()[0].hops, ElementsAre(hop(3, "10.0.0.2")));
    EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.1")));
+}
+
+TEST_F(RouteMessages, AddedRouteGoesBeforeItsEqualsAndAnAppendedOneBehind) {
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.1", NLM_F_CREATE));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.2", NLM_F_CREATE));
+   apply(singleHop(RTM_NEWROUTE, 20, "10.0.0.3", NLM_F_CREATE | NLM_F_APPEND));
+   std::string gateways;
+   for (auto const& route : routes()) {
+      gateways += route.hops.at(0).gateway->text() + " ";
+   }
+   EXPECT_EQ(gateways, "10.0.0.2 10.0.0.1 10.0.0.3 ");
 }
 
 TEST_F(RouteMessages, ReplacingKeepsOtherMetrics) {
@@ -145,7 +158,6 @@ TEST_F(RouteMessages, ReplacingKeepsOtherMetrics) {
    EXPECT_THAT(routes()[1].hops, ElementsAre(hop(3, "10.0.0.3")));
    apply(singleHop(RTM_NEWROUTE, 5, "10.0.0.4", NLM_F_REPLACE));
    EXPECT_EQ(routes().size(), 3U);
-   EXPECT_EQ(state.tables[bigTable].size(), 3U);
 }
 
 TEST_F(RouteMessages, RemovingTakesTheRouteOfThatMetric) {
@@ -163,9 +175,9 @@ TEST_F(RouteMessages, RemovingTakesTheRouteOfThatMetric) {
 
 TEST_F(RouteMessages, OtherRoutesArePassedOver) {
    apply(routeMessage(RTM_NEWROUTE, 0, 0, RTM_F_CLONED).u32(RTA_OIF, 3));
-   MessageBuilder message(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET6, .rtm_dst_len = 128});
-   apply(message.ip(RTA_DST, "2001:db8::1"));
-   EXPECT_TRUE(state.tables.empty());
+   MessageBuilder message(RTM_NEWROUTE, rtmsg{.rtm_family = AF_MPLS, .rtm_dst_len = 20});
+   apply(message.u32(RTA_DST, 1));
+   EXPECT_EQ(state.takeChanges(), Changes{});
 }
 
 TEST_F(RouteMessages, PrefixThatIsNoneIsAnError) {
@@ -174,6 +186,9 @@ TEST_F(RouteMessages, PrefixThatIsNoneIsAnError) {
    MessageBuilder otherFamily(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_dst_len = 32});
    EXPECT_THAT([&] { apply(otherFamily.ip(RTA_DST, "::1")); },
                ThrowsMessage<MessageError>(HasSubstr("RTA_DST")));
+   MessageBuilder tooLongV6(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET6, .rtm_dst_len = 129});
+   EXPECT_THAT([&] { apply(tooLongV6.ip(RTA_DST, "2001:db8::")); },
+               ThrowsMessage<MessageError>("RTM_NEWROUTE: rtm_dst_len: an IPv6 prefix of length 129"));
    MessageBuilder without(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET, .rtm_dst_len = 32});
    EXPECT_THAT([&] { apply(without); }, ThrowsMessage<MessageError>("RTM_NEWROUTE: RTA_DST: is missing"));
 }
@@ -186,11 +201,11 @@ TEST_F(RouteMessages, ObjectsGroupsAndFlags) {
    apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{}).u32(NHA_ID, 3).flag(NHA_FDB).bytes(NHA_GROUP, members, 16));
    auto linkdown = hop(3, "10.0.0.1");
    linkdown.linkdown = true;
-   EXPECT_EQ(state.nextHops.at(1), (NextHopObject{.hop = linkdown}));
-   EXPECT_EQ(state.nextHops.at(2), (NextHopObject{.blackhole = true}));
-   EXPECT_EQ(state.nextHops.at(3), (NextHopObject{.group = {{1, 3}, {2, 512}}, .fdb = true}));
+   EXPECT_EQ(state.nextHops().at(1), (NextHopObject{.hop = linkdown}));
+   EXPECT_EQ(state.nextHops().at(2), (NextHopObject{.blackhole = true}));
+   EXPECT_EQ(state.nextHops().at(3), (NextHopObject{.group = {{1, 3}, {2, 512}}, .fdb = true}));
    apply(MessageBuilder(RTM_DELNEXTHOP, nhmsg{}).u32(NHA_ID, 2));
-   EXPECT_EQ(state.nextHops.size(), 2U);
+   EXPECT_EQ(state.nextHops().size(), 2U);
 }
 
 TEST_F(RouteMessages, ObjectThatIsNoneIsAnError) {
@@ -203,16 +218,41 @@ TEST_F(RouteMessages, ObjectThatIsNoneIsAnError) {
 TEST_F(RouteMessages, RulesAreOrderedAndRemoved) {
    fib_rule_hdr const fixed{.family = AF_INET, .table = RT_TABLE_MAIN, .action = FR_ACT_TO_TBL};
    auto const rule = [&](std::uint16_t type, std::uint32_t priority) {
-      return MessageBuilder(type, fixed).u32(FRA_PRIORITY, priority).u32(FRA_SUPPRESS_PREFIXLEN, ~0U);
+      return MessageBuilder(type, fixed, NLM_F_MULTI)
+            .u32(FRA_PRIORITY, priority)
+            .u32(FRA_SUPPRESS_PREFIXLEN, ~0U);
    };
    apply(rule(RTM_NEWRULE, 20));
    apply(rule(RTM_NEWRULE, 10));
    apply(rule(RTM_NEWRULE, 20));
    Rule const first{.priority = 10, .action = FR_ACT_TO_TBL, .table = RT_TABLE_MAIN};
-   ASSERT_EQ(state.rules.size(), 2U);
-   EXPECT_EQ(state.rules[0], first);
+   ASSERT_EQ(rules().size(), 2U);
+   EXPECT_EQ(rules()[0], first);
    apply(rule(RTM_DELRULE, 20));
-   EXPECT_THAT(state.rules, ElementsAre(first));
+   EXPECT_THAT(rules(), ElementsAre(first));
+}
+
+TEST_F(RouteMessages, KernelBeginsWithItsRulesUntilADumpOfThatFamilySaysOtherwise) {
+   auto const tables = [&](IpAddress::Family family) {
+      std::string text;
+      for (Rule const& rule : state.rules(family)) {
+         text += std::to_string(rule.priority) + ":" + std::to_string(rule.table) + " ";
+      }
+      return text;
+   };
+   auto const added = [](std::uint8_t family, std::uint32_t priority, std::uint16_t flags = 0) {
+      return MessageBuilder(RTM_NEWRULE,
+                            fib_rule_hdr{.family = family, .table = 100, .action = FR_ACT_TO_TBL}, flags)
+            .u32(FRA_PRIORITY, priority);
+   };
+   EXPECT_EQ(tables(IpAddress::Family::v4), "0:255 32766:254 32767:253 ");
+   EXPECT_EQ(tables(IpAddress::Family::v6), "0:255 32766:254 ");
+   apply(added(AF_INET6, 50));
+   EXPECT_EQ(tables(IpAddress::Family::v6), "0:255 50:100 32766:254 ");
+   apply(added(AF_INET, 50, NLM_F_MULTI));
+   apply(added(AF_INET, 60, NLM_F_MULTI));
+   EXPECT_EQ(tables(IpAddress::Family::v4), "50:100 60:100 ");
+   EXPECT_EQ(tables(IpAddress::Family::v6), "0:255 50:100 32766:254 ");
 }
 
 TEST_F(RouteMessages, RuleThatAsksForMoreThanADestinationIsSelective) {
@@ -220,9 +260,9 @@ TEST_F(RouteMessages, RuleThatAsksForMoreThanADestinationIsSelective) {
       fixed.family = AF_INET;
       MessageBuilder message(RTM_NEWRULE, fixed);
       fill(message);
-      state.rules.clear();
+      state = KernelState();
       apply(message);
-      return state.rules.at(0);
+      return rules().at(1); // behind the kernel's own of the same priority
    };
    auto const plain = [](MessageBuilder& m) { m.u32(FRA_TABLE, 1000).u8(FRA_PROTOCOL, 2).u32(FRA_FLOW, 1); };
    EXPECT_FALSE(read(plain).selective);
@@ -235,8 +275,48 @@ TEST_F(RouteMessages, RuleThatAsksForMoreThanADestinationIsSelective) {
    EXPECT_TRUE(read([](MessageBuilder& m) { m.u32(63, 1); }).selective) << "unknown";
    auto const to = read([](MessageBuilder& m) { m.ip(FRA_DST, "10.255.1.0"); }, {.dst_len = 24});
    EXPECT_FALSE(to.selective);
-   EXPECT_EQ(to.destination, (Prefix{0x0aff0100, 24}));
+   EXPECT_EQ(to.destination, Prefix::of(IpAddress::fromV4(0x0aff0100), 24));
    EXPECT_EQ(read([](MessageBuilder& m) { m.u32(FRA_SUPPRESS_PREFIXLEN, 0); }).suppressedLength, 0U);
+}
+
+TEST_F(RouteMessages, RuleMayNameTheOneThatItJumpsTo) {
+   MessageBuilder message(RTM_NEWRULE, fib_rule_hdr{.family = AF_INET, .action = FR_ACT_GOTO});
+   apply(message.u32(FRA_PRIORITY, 100).u32(FRA_GOTO, 300));
+   Rule const expected{.priority = 100, .action = FR_ACT_GOTO, .target = 300};
+   EXPECT_THAT(rules(), testing::Contains(expected));
+   apply(MessageBuilder(RTM_DELRULE, fib_rule_hdr{.family = AF_INET, .action = FR_ACT_GOTO})
+               .u32(FRA_PRIORITY, 100)
+               .u32(FRA_GOTO, 300));
+   EXPECT_THAT(rules(), testing::Not(testing::Contains(expected)));
+}
+
+TEST_F(RouteMessages, EncapsulationIsToldWithAHopOrAnObject) {
+   auto const header = [](MessageBuilder& encap) { encap.u32(1, 0); };
+   apply(singleHop(RTM_NEWROUTE, 1, "10.0.0.1").u16(RTA_ENCAP_TYPE, 1).nest(RTA_ENCAP, header));
+   apply(singleHop(RTM_NEWROUTE, 2, "10.0.0.1"));
+   ASSERT_EQ(routes().size(), 2U);
+   EXPECT_TRUE(routes()[0].hops.at(0).encapsulated);
+   EXPECT_FALSE(routes()[1].hops.at(0).encapsulated);
+   apply(MessageBuilder(RTM_NEWNEXTHOP, nhmsg{}).u32(NHA_ID, 1).u32(NHA_OIF, 3).nest(NHA_ENCAP, header));
+   EXPECT_TRUE(state.nextHop(1)->hop.encapsulated);
+}
+
+TEST_F(RouteMessages, RouteGoesWithTheAddressThatItPrefersAsASource) {
+   auto const address = [](std::uint16_t type, std::uint16_t flags = 0) {
+      return MessageBuilder(type, ifaddrmsg{.ifa_family = AF_INET, .ifa_prefixlen = 32, .ifa_index = 1},
+                            flags)
+            .ip(IFA_ADDRESS, "10.9.9.9")
+            .ip(IFA_LOCAL, "10.9.9.9");
+   };
+   MessageBuilder route(RTM_NEWROUTE, rtmsg{.rtm_family = AF_INET,
+                                            .rtm_dst_len = 32,
+                                            .rtm_table = RT_TABLE_MAIN,
+                                            .rtm_type = RTN_UNICAST});
+   apply(address(RTM_NEWADDR, NLM_F_MULTI));
+   apply(route.ip(RTA_DST, "10.255.1.1").u32(RTA_OIF, 3).ip(RTA_PREFSRC, "10.9.9.9"));
+   EXPECT_EQ(routes(destination, RT_TABLE_MAIN).at(0).preferredSource, IpAddress::fromV4(0x0a090909));
+   apply(address(RTM_DELADDR));
+   EXPECT_TRUE(routes(destination, RT_TABLE_MAIN).empty());
 }
 
 TEST_F(RouteMessages, RuleForAnOddDestinationIsAnError) {
@@ -245,9 +325,9 @@ TEST_F(RouteMessages, RuleForAnOddDestinationIsAnError) {
                ThrowsMessage<MessageError>("RTM_NEWRULE: FRA_DST: is no IPv4 prefix"));
 }
 
-TEST_F(RouteMessages, RuleOfTheOtherFamilyIsPassedOver) {
-   apply(MessageBuilder(RTM_NEWRULE, fib_rule_hdr{.family = AF_INET6}));
-   EXPECT_TRUE(state.rules.empty());
+TEST_F(RouteMessages, RulesOfOtherFamiliesArePassedOver) {
+   apply(MessageBuilder(RTM_NEWRULE, fib_rule_hdr{.family = AF_MPLS}));
+   EXPECT_EQ(state.takeChanges(), Changes{});
 }
 
 } // namespace L3TunnelAgent

@@ -3,22 +3,35 @@
 #include "agent/Derive.h"
 
 #include <linux/fib_rules.h>
+#include <linux/if.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <string>
 
 namespace L3TunnelAgent {
 
+/// @return what is derived from a state at once, for what is derived bit by bit to be held against.
+inline std::map<IpAddress, Destination>
+fromScratch(KernelState const& state) {
+   std::map<IpAddress, Destination> result;
+   for (auto& destination : destinations(state)) {
+      result[destination.address] = std::move(destination);
+   }
+   return result;
+}
+
 /// A small machine, made by hand: the test adds what it is about.
 struct StateBuilder {
    static constexpr int vxlan = 9;
    static constexpr std::uint32_t main = RT_TABLE_MAIN;
+   static constexpr MacAddress ownMac{{2, 0, 0, 0, 0, 0x99}};
+   static constexpr std::uint32_t running = IFF_UP | IFF_RUNNING | IFF_LOWER_UP;
 
    KernelState state;
 
    StateBuilder() {
       link(vxlan, "vx10", LinkKind::vxlan);
-      rule(32766, main);
+      state.takeChanges();
    }
 
    static IpAddress ip(std::string const& text) { return IpAddress::parse(text).value(); }
@@ -26,7 +39,7 @@ struct StateBuilder {
 
    static Prefix prefix(std::string const& text) {
       auto const slash = text.find('/');
-      return Prefix::of(ip(text.substr(0, slash)).v4(),
+      return Prefix::of(ip(text.substr(0, slash)),
                         static_cast<std::uint8_t>(std::stoi(text.substr(slash + 1))));
    }
 
@@ -38,43 +51,68 @@ struct StateBuilder {
       return result;
    }
 
-   Link& link(int index, std::string const& name, LinkKind kind = LinkKind::plain) {
-      return state.links[index] = {.name = name, .kind = kind};
+   /// A link with carrier.
+   void link(int index, std::string const& name, LinkKind kind = LinkKind::plain) {
+      state.linkIs(index, {.name = name, .kind = kind, .mac = ownMac, .flags = running});
    }
 
-   /// A VLAN sub-interface.
-   Link& subInterface(int index, int lower, std::uint16_t vlan) {
-      Link& result = link(index, "sub" + std::to_string(vlan), LinkKind::vlan);
-      result.lower = lower;
-      result.vlan = vlan;
-      return result;
+   /// A VLAN sub-interface with carrier.
+   void subInterface(int index, std::optional<int> lower, std::uint16_t vlan) {
+      state.linkIs(index, {.name = "sub" + std::to_string(vlan),
+                           .kind = LinkKind::vlan,
+                           .mac = ownMac,
+                           .flags = running,
+                           .lower = lower,
+                           .vlan = vlan});
    }
 
-   void rule(std::uint32_t priority, std::uint32_t table) {
-      state.addRule({.priority = priority, .action = FR_ACT_TO_TBL, .table = table});
+   /// Tells a link anew, changed by change(link).
+   template <typename Change>
+   void relink(int index, Change const& change) {
+      Link changed = *state.link(index);
+      change(changed);
+      state.linkIs(index, changed);
+   }
+
+   void linkFlags(int index, std::uint32_t flags) {
+      relink(index, [&](Link& changed) { changed.flags = flags; });
+   }
+
+   void rule(std::uint32_t priority, std::uint32_t table, IpAddress::Family family = IpAddress::Family::v4) {
+      state.ruleIs(family, {.priority = priority, .action = FR_ACT_TO_TBL, .table = table});
+   }
+
+   void addRoute(std::string const& to, Route const& added, std::uint32_t table = main) {
+      state.routeIs({table, prefix(to)}, added);
    }
 
    void route(std::string const& to, std::vector<NextHop> hops, std::uint32_t metric = 0,
               std::uint32_t table = main) {
-      state.tables[table].add(prefix(to), {.type = RTN_UNICAST, .metric = metric, .hops = std::move(hops)});
+      addRoute(to, {.type = RTN_UNICAST, .metric = metric, .hops = std::move(hops)}, table);
    }
 
    void routeByObject(std::string const& to, std::uint32_t id) {
-      state.tables[main].add(prefix(to), {.type = RTN_UNICAST, .nextHopId = id});
+      addRoute(to, {.type = RTN_UNICAST, .nextHopId = id});
    }
 
    void routeOfType(std::uint8_t type, std::string const& to, std::uint32_t table = main) {
-      state.tables[table].add(prefix(to), {.type = type});
+      addRoute(to, {.type = type}, table);
+   }
+
+   /// @return how many routes there are to exactly that prefix.
+   std::size_t routes(std::string const& to, std::uint32_t table = main) const {
+      auto const* const found = state.routes({table, prefix(to)});
+      return found ? found->size() : 0;
    }
 
    void neighbour(int device, std::string const& address, std::string const& macText,
                   std::uint16_t neighbourState = NUD_REACHABLE) {
-      state.neighbours[{device, ip(address)}] = {.state = neighbourState, .mac = MacAddress::parse(macText)};
+      state.neighbourIs({device, ip(address)}, {.state = neighbourState, .mac = MacAddress::parse(macText)});
    }
 
    void tunnelTo(std::string const& destination) {
-      state.vxlanEntries[{.device = vxlan, .groupDestination = ip(destination)}] = {.destination =
-                                                                                          ip(destination)};
+      state.vxlanEntryIs({.device = vxlan, .groupDestination = ip(destination)},
+                         {.destination = ip(destination)});
    }
 
    /// @return what is derived for this destination, to which a tunnel is added.

@@ -1,6 +1,7 @@
 #include "chip/model/Chip.h"
 
 #include "chip/model/Layouts.h"
+#include "platform/asic/RowWords.h"
 #include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Exception.h"
 
@@ -38,9 +39,13 @@ Table::Table(RowLayout const& layout, Asic::Index size, Chip& chip, Nuv::Ptr<Mem
 
 void
 Table::issue(Command command, Asic::Index index, std::span<std::uint32_t const> words) {
-   Chip::Command queued{this, command, index, !words.empty(), {}};
-   std::copy(words.begin(), words.end(), queued.words);
-   chip_->commandIs(queued);
+   auto& queued = chip_->issued_.emplace_back();
+   queued.table = this;
+   queued.number = command;
+   queued.index = index;
+   queued.isWrite = !words.empty();
+   Asic::copyRowWords(words.data(), words.size(), queued.words);
+   chip_->loop_->schedule(chip_->applyStep_);
 }
 
 bool
@@ -103,15 +108,8 @@ Chip::table(Pelm::String const& name) const {
 }
 
 void
-Chip::commandIs(Command const& command) {
-   issued_.push_back(command);
-   loop_->schedule(applyStep_);
-}
-
-void
 Chip::applyNext() {
-   auto command = issued_.front();
-   issued_.pop_front();
+   auto command = issued_.take_front();
    if (!issued_.empty()) {
       loop_->schedule(applyStep_);
    }
@@ -132,14 +130,13 @@ Chip::applyNext() {
 
 void
 Chip::answerIs(Answer const& answer) {
-   answers_.push_back(answer);
+   answers_.emplace_back(answer);
    loop_->schedule(answerStep_);
 }
 
 void
 Chip::answerNext() {
-   auto answer = answers_.front();
-   answers_.pop_front();
+   auto answer = answers_.take_front();
    if (!answers_.empty()) {
       loop_->schedule(answerStep_);
    }

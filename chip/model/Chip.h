@@ -102,7 +102,6 @@ class Chip final : public Nuv::Object {
       void (Chip::*run_)();
    };
 
-   void commandIs(Command const& command);
    void applyNext();
    void answerIs(Answer const& answer);
    void answerNext();
@@ -110,8 +109,8 @@ class Chip final : public Nuv::Object {
    Nuv::Ptr<Nuv::ReactionLoop::Link> loop_;
    ZandorCentral::ChipInfo chipInfo_;
    std::vector<Nuv::Ptr<Table>> tables_;
-   std::deque<Command> issued_;
-   std::deque<Answer> answers_;
+   Nuv::Ring<Command> issued_;
+   Nuv::Ring<Answer> answers_;
    Nuv::Ptr<Faults> faults_;
    RowObserver rowObserver_;
    Step applyStep_{*this, &Chip::applyNext};

@@ -82,6 +82,28 @@ followGroup(Chip const& chip, Asic::Index group) {
    return found;
 }
 
+FlowRows
+followFlow(Chip const& chip, Asic::Index group, Flow const& flow) {
+   namespace Row = L3EcmpGroup0Table;
+   FlowRows found;
+   found.group = group;
+   found.hash = flowHash(flow);
+   auto row = rowAt(chip, Row::layout, group, found.problem);
+   if (row.empty()) {
+      return found;
+   }
+   found.base = Asic::Index(Row::ecmpBlock.unpack(row));
+   found.numPaths = std::uint16_t(Row::numPaths.unpack(row));
+   found.lbMode = std::uint32_t(Row::lbMode.unpack(row));
+   if (found.numPaths == 0) {
+      found.problem = Nuv::text("group ", group, " has no path");
+      return found;
+   }
+   found.path = found.lbMode == 0 ? 0 : pathOf(found.hash, found.numPaths);
+   found.hop = followMember(chip, found.base + found.path, found.problem);
+   return found;
+}
+
 std::vector<Pelm::String>
 danglingRows(Chip const& chip) {
    std::vector<Pelm::String> lines;

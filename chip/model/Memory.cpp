@@ -1,5 +1,6 @@
 #include "chip/model/Memory.h"
 
+#include "platform/asic/RowWords.h"
 #include "platform/nuv/Exception.h"
 #include "platform/nuv/Text.h"
 
@@ -17,8 +18,7 @@ Rows::row(Asic::Index index) const {
 
 void
 Rows::rowIs(Asic::Index index, std::span<std::uint32_t const> words) {
-   std::copy_n(words.begin(), wordsPerRow_,
-               words_.begin() + std::ptrdiff_t(std::size_t(index) * wordsPerRow_));
+   Asic::copyRowWords(words.data(), wordsPerRow_, words_.data() + std::size_t(index) * wordsPerRow_);
    present_ += isPresent_[index] ? 0 : 1;
    isPresent_[index] = true;
 }

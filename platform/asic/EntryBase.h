@@ -69,6 +69,18 @@ forEachNeededHandle(Entry const& entry, Visit&& visit) {
    }
 }
 
+/// Whether a handle of `entry` is not set.
+template <class Entry>
+bool
+hasUnsetHandle(Entry const& entry) {
+   if constexpr (HasDependentFields<Entry>) {
+      return std::apply([&](auto const&... field) { return (!(entry.*field.handle) || ...); },
+                        Entry::dependentFields());
+   } else {
+      return false;
+   }
+}
+
 /// Fills every index field of `entry` from its handle; false when one index does not fit its field.
 template <class Entry>
 bool

@@ -7,22 +7,46 @@
 namespace Asic {
 
 /// A key and what it holds. Nearly every key has one user.
-struct GenericIndexAllocator::Holder {
+struct GenericIndexAllocator::Holder : Nuv::Pooled {
    Key key;
    Index base;
    Index length;
    SwTable const* user;
-   std::vector<SwTable const*> others;
+   std::unique_ptr<std::vector<SwTable const*>> others; // mostly nobody
+   std::uint32_t hash;
 
-   Holder(Nuv::NuvType const& type, void const* value, Index theBase, Index theLength, SwTable const* table)
-       : key{&type, type.copy(value)}, base(theBase), length(theLength), user(table) {}
+   Holder(Nuv::NuvType const& type, void const* value, std::uint32_t keyHash, Index theBase, Index theLength,
+          SwTable const* table)
+       : key{&type, type.copy(value)}, base(theBase), length(theLength), user(table), hash(keyHash) {}
    ~Holder() { key.type->destroy(const_cast<void*>(key.value)); }
    Holder(Holder const&) = delete;
    Holder& operator=(Holder const&) = delete;
 
    bool hasUser(SwTable const* table) const {
-      return user == table || std::find(others.begin(), others.end(), table) != others.end();
+      return user == table || (others && std::ranges::find(*others, table) != others->end());
    }
+
+   void userIs(SwTable const* table) {
+      if (hasUser(table)) {
+         return;
+      }
+      if (!others) {
+         others = std::make_unique<std::vector<SwTable const*>>();
+      }
+      others->push_back(table);
+   }
+
+   /// Takes a user away: whether it was one.
+   bool userDel(SwTable const* table) {
+      if (user != table) {
+         return others && std::erase(*others, table) != 0;
+      }
+      user = others->back();
+      others->pop_back();
+      return true;
+   }
+
+   bool isSoleUser(SwTable const* table) const { return user == table && (!others || others->empty()); }
 };
 
 GenericIndexAllocator::GenericIndexAllocator(Pelm::String name) : name_(std::move(name)) {}
@@ -80,6 +104,13 @@ GenericIndexAllocator::indexForKey(Nuv::NuvType const& type, void const* key) co
    return holder ? holder->base : invalidIndex;
 }
 
+bool
+GenericIndexAllocator::holdsAt(Index index, Nuv::NuvType const& type, void const* key,
+                               SwTable const* table) const {
+   auto const* holder = index < holderAt_.size() ? holderAt_[index] : nullptr;
+   return holder && HolderTraits::equal(holder->key, {&type, key}) && (!table || holder->hasUser(table));
+}
+
 GenericIndexAllocator::Key
 GenericIndexAllocator::getKey(Nuv::NuvType const& type, void const* key) const {
    auto const* holder = find(type, key, HolderTraits::hash({&type, key}));
@@ -120,9 +151,7 @@ GenericIndexAllocator::acquire(Nuv::NuvType const& type, void const* key, Index 
                                SwTable const* table) {
    auto hash = HolderTraits::hash({&type, key});
    if (auto* holder = find(type, key, hash)) {
-      if (!holder->hasUser(table)) {
-         holder->others.push_back(table);
-      }
+      holder->userIs(table);
       return holder->base;
    }
    Index base = doFind(length);
@@ -140,9 +169,7 @@ GenericIndexAllocator::acquireAt(Index index, Nuv::NuvType const& type, void con
       if (holder->base != index) {
          return false;
       }
-      if (!holder->hasUser(table)) {
-         holder->others.push_back(table);
-      }
+      holder->userIs(table);
       return true;
    }
    if (index >= numEntries_ || !doIsFree(index)) {
@@ -159,7 +186,8 @@ GenericIndexAllocator::holderIs(Nuv::NuvType const& type, void const* key, std::
       holderAt_.resize(
             std::max<std::size_t>(base + 1, std::min<std::size_t>(numEntries_, std::size_t(base) * 2)));
    }
-   auto [slot, isNew] = holders_.insertHashed(hash, std::make_unique<Holder>(type, key, base, length, table));
+   auto [slot, isNew] =
+         holders_.insertHashed(hash, std::make_unique<Holder>(type, key, hash, base, length, table));
    holderAt_[base] = slot->get();
    longestHeld_ = std::max(longestHeld_, length);
    doTake(base, length);
@@ -169,13 +197,18 @@ GenericIndexAllocator::holderIs(Nuv::NuvType const& type, void const* key, std::
 bool
 GenericIndexAllocator::canReleaseIndex(Key const& key, SwTable const* table) const {
    auto const* holder = key ? find(*key.type, key.value, HolderTraits::hash(key)) : nullptr;
-   return holder && holder->user == table && holder->others.empty();
+   return holder && holder->isSoleUser(table);
 }
 
 bool
 GenericIndexAllocator::releaseIndexForKey(Nuv::NuvType const& type, void const* key, SwTable const* table) {
    auto* holder = find(type, key, HolderTraits::hash({&type, key}));
    return holder && release(*holder, table);
+}
+
+bool
+GenericIndexAllocator::releaseIndexAt(Index index, SwTable const* table) {
+   return isHeldAt(index) && release(*holderAt_[index], table);
 }
 
 bool
@@ -196,23 +229,18 @@ GenericIndexAllocator::releaseIndexFromTable(Nuv::NuvType const& type, void cons
 /// Takes a user away, and with the last one the holder.
 bool
 GenericIndexAllocator::release(Holder& holder, SwTable const* table) {
-   if (holder.user != table) {
-      return std::erase(holder.others, table) != 0;
-   }
-   if (holder.others.empty()) {
+   if (holder.isSoleUser(table)) {
       holderDel(holder);
-   } else {
-      holder.user = holder.others.back();
-      holder.others.pop_back();
+      return true;
    }
-   return true;
+   return holder.userDel(table);
 }
 
 void
 GenericIndexAllocator::holderDel(Holder& holder) {
    holderAt_[holder.base] = nullptr;
    doRelease(holder.base, holder.length);
-   holders_.erase(holder.key);
+   holders_.eraseHashed(holder.hash, holder.key);
 }
 
 void

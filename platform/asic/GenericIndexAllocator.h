@@ -55,6 +55,13 @@ class ZANDOR_EXPORT GenericIndexAllocator : public Nuv::Object {
    /// The index, or the first one of the run, that the key holds; the invalid index when it holds none.
    Index indexForKey(Nuv::NuvType const& type, void const* key) const;
 
+   /// Whether the key holds what begins at `index`, used by `table` if one is given. Quick: it asks who is
+   /// there.
+   bool holdsAt(Index index, Nuv::NuvType const& type, void const* key, SwTable const* table = nullptr) const;
+
+   /// Whether what some key holds begins at `index`.
+   bool isHeldAt(Index index) const { return index < holderAt_.size() && holderAt_[index]; }
+
    /// The allocator's own copy of a key, good as long as it holds something; no key when it holds nothing.
    Key getKey(Nuv::NuvType const& type, void const* key) const;
 
@@ -72,6 +79,9 @@ class ZANDOR_EXPORT GenericIndexAllocator : public Nuv::Object {
    /// `table` uses the key no longer; the last one's release frees what it holds. False when it did not use
    /// it.
    bool releaseIndexForKey(Nuv::NuvType const& type, void const* key, SwTable const* table = nullptr);
+
+   /// The same for the key whose indices begin at `index`, without a look-up; false when there is none.
+   bool releaseIndexAt(Index index, SwTable const* table);
 
    /// The same for a table, which must not be null. An allocator that is not shared frees at once what the
    /// key holds, whoever uses it.

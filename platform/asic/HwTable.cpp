@@ -1,5 +1,6 @@
 #include "platform/asic/HwTable.h"
 
+#include "platform/asic/RowWords.h"
 #include "platform/nuv/Assert.h"
 
 #include <algorithm>
@@ -11,9 +12,6 @@ namespace {
 
 constexpr Index rowsPerChunk = 256;
 
-// So many refusals in a row are answered by issuing the delete again at once.
-constexpr unsigned promptRetries = 8;
-
 // So many answered commands may stay in line behind unanswered ones, beyond as many as those.
 constexpr std::size_t answeredSlack = 256;
 
@@ -22,10 +20,16 @@ constexpr std::size_t answeredSlack = 256;
 // Rows come in chunks, made when one of their rows is first written: a large table that is used little stays
 // small.
 struct HwTable::Chunk {
-   explicit Chunk(unsigned wordsPerRow) : words(std::size_t(rowsPerChunk) * wordsPerRow) {}
+   // As many words as any row can have may be read from each row's first on.
+   explicit Chunk(unsigned wordsPerRow)
+       : words(std::make_unique<std::uint32_t[]>(std::size_t(rowsPerChunk) * wordsPerRow + maxWords)) {}
+
+   [[gnu::noinline]] static void make(std::unique_ptr<Chunk>& chunk, unsigned wordsPerRow) {
+      chunk = std::make_unique<Chunk>(wordsPerRow);
+   }
 
    Row rows[rowsPerChunk];
-   std::vector<std::uint32_t> words;
+   std::unique_ptr<std::uint32_t[]> words;
 };
 
 HwTable::HwTable(Shape shape, Nuv::ReactionLoop& loop) : shape_(std::move(shape)), loop_(loop.link()) {
@@ -51,33 +55,46 @@ HwTable::Row&
 HwTable::row(Index index, std::uint32_t*& words) {
    Index position = index - shape_.minIndex;
    auto& chunk = chunks_[position / rowsPerChunk];
-   if (!chunk) {
-      chunk = std::make_unique<Chunk>(shape_.wordsPerRow);
+   if (!chunk) [[unlikely]] {
+      Chunk::make(chunk, shape_.wordsPerRow);
    }
-   words = chunk->words.data() + std::size_t(position % rowsPerChunk) * shape_.wordsPerRow;
+   words = chunk->words.get() + std::size_t(position % rowsPerChunk) * shape_.wordsPerRow;
    return chunk->rows[position % rowsPerChunk];
 }
 
+void
+HwTable::prefetch(Index index) const {
+   Index position = index - shape_.minIndex;
+   if (!contains(index) || chunks_.empty() || !chunks_[position / rowsPerChunk]) {
+      return;
+   }
+   auto const& chunk = *chunks_[position / rowsPerChunk];
+   __builtin_prefetch(&chunk.rows[position % rowsPerChunk]);
+   __builtin_prefetch(chunk.words.get() + std::size_t(position % rowsPerChunk) * shape_.wordsPerRow);
+}
+
 HwTable::Row*
-HwTable::rowIfAny(Index index) {
+HwTable::rowIfAny(Index index, std::uint32_t*& words) {
    if (!contains(index) || chunks_.empty() || !chunks_[(index - shape_.minIndex) / rowsPerChunk]) {
       return nullptr;
    }
-   std::uint32_t* words{};
    return &row(index, words);
 }
 
 HwTable::Unanswered*
 HwTable::unanswered(Command command) {
    Command first = nextCommand_ - commands_.size();
-   if (command < first) {
+   if (command < first) [[likely]] {
+      if (stragglers_.empty()) [[likely]] {
+         return nullptr;
+      }
       auto found = stragglers_.find(command);
       return found == stragglers_.end() ? nullptr : &found->second;
    }
    if (command >= nextCommand_) {
       return nullptr;
    }
-   auto& found = commands_[command - first];
+   auto& found = commands_[std::size_t(command - first)];
    return found.isAnswered ? nullptr : &found;
 }
 
@@ -90,12 +107,14 @@ HwTable::rowIs(Index index, std::span<std::uint32_t const> words, SwTable::Entry
    std::uint32_t* issued{};
    Row& at = row(index, issued);
    waitDel(index, at, owner);
-   at.owner = &owner;
+   bool isEqual = at.isPresent && std::equal(words.begin(), words.end(), issued);
+   auto* before = at.isOwners ? at.owner : nullptr;
+   ownerIs(index, at, owner, isEqual);
    at.isRecovered = false;
-   if (at.isPresent && std::equal(words.begin(), words.end(), issued)) {
+   if (isEqual) {
       equalRowIs(index, at, owner, std::move(hold));
    } else {
-      commandIs(index, words, owner.swTable(), std::move(hold));
+      commandIs(index, at, issued, words, owner.swTable(), std::move(hold)).ownerBefore = before;
    }
 }
 
@@ -109,32 +128,51 @@ HwTable::equalRowIs(Index index, Row& at, SwTable::EntryHandle& owner, Hold hold
       return;
    }
    std::swap(at.hold, hold);
-   at.equalWrite = ++equalWritesSoFar_;
+   at.isUntold = false;
+   equalWritesSoFar_ = std::max(equalWritesSoFar_ + 1, 1u);
+   at.equalWrite = equalWritesSoFar_;
    equalWrites_.push_back({index, at.issued, at.equalWrite, std::move(table)});
    loop_->schedule(*this);
 }
 
 void
 HwTable::rowDel(Index index, SwTable::EntryHandle const& owner, SwTable* table) {
-   auto* at = isAbandoned_ ? nullptr : rowIfAny(index);
-   if (!at || at->owner != &owner) {
+   std::uint32_t* issued{};
+   auto* at = isAbandoned_ ? nullptr : rowIfAny(index, issued);
+   if (!at) {
+      return;
+   }
+   formerDel(index, owner);
+   ownerBeforeDel(*at, owner);
+   if (at->owner != &owner || returnRow(index, *at)) {
       return;
    }
    at->owner = nullptr;
    if (at->isPresent) {
-      commandIs(index, {}, table, nullptr);
+      commandIs(index, *at, issued, {}, table, nullptr);
    }
 }
 
 bool
 HwTable::awaitedRowDel(Index index, SwTable::EntryHandle& owner, SwTable* table) {
-   auto* at = isAbandoned_ ? nullptr : rowIfAny(index);
-   if (!at || at->owner != &owner) {
+   std::uint32_t* issued{};
+   auto* at = isAbandoned_ ? nullptr : rowIfAny(index, issued);
+   if (!at) {
+      return false;
+   }
+   if (at->owner != &owner) {
+      formerDel(index, owner);
+      ownerBeforeDel(*at, owner);
+      return false;
+   }
+   if (returnRow(index, *at)) {
       return false;
    }
    // Without a row there may be an unanswered delete, behind which the owner's own write was refused.
-   auto* command = at->isPresent ? &commandIs(index, {}, table, nullptr) : unanswered(at->issued);
+   auto* command =
+         at->isPresent ? &commandIs(index, *at, issued, {}, table, nullptr) : unanswered(at->issued);
    if (!command || (command->deleted && command->deleted != &owner)) {
+      ownerBeforeDel(*at, owner);
       at->owner = nullptr;
       return false;
    }
@@ -142,86 +180,41 @@ HwTable::awaitedRowDel(Index index, SwTable::EntryHandle& owner, SwTable* table)
    return true;
 }
 
-void
-HwTable::ownerDel(Index index, SwTable::EntryHandle const& owner) {
-   auto* at = rowIfAny(index);
-   if (!at) {
-      return;
-   }
-   if (at->owner == &owner) {
-      at->owner = nullptr;
-   }
-   waitDel(index, *at, owner);
-}
-
-// The owner does not wait for the row to be cleared, or does so no longer.
-void
-HwTable::waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner) {
-   std::erase_if(cleared_, [&](auto const& each) { return each.index == index && each.owner == &owner; });
-   for (auto* entry = unanswered(at.issued); entry; entry = unanswered(entry->previous)) {
-      if (entry->deleted == &owner) {
-         entry->deleted = nullptr;
-      }
-   }
-}
-
-void
-HwTable::clearedIs(Unanswered const& entry) {
-   if (entry.deleted) {
-      cleared_.push_back({entry.index, entry.deleted});
-   }
-}
-
 // Who is told may end others that are still to be told, or this table's chip.
 void
 HwTable::tellCleared(Nuv::AllSteps& steps) {
    while (!cleared_.empty()) {
-      auto* owner = cleared_.front().owner;
-      cleared_.pop_front();
-      steps([&] { owner->handleRowDeleted(); });
+      if (auto* owner = cleared_.take_front().owner) {
+         steps([&] { owner->handleRowDeleted(); });
+      }
    }
 }
 
 HwTable::Unanswered&
-HwTable::commandIs(Index index, std::span<std::uint32_t const> words, SwTable* table, Hold hold) {
-   std::uint32_t* issued{};
-   Row& at = row(index, issued);
-   Unanswered entry;
+HwTable::commandIs(Index index, Row& at, std::uint32_t* issued, std::span<std::uint32_t const> words,
+                   SwTable* table, Hold hold) {
+   Command previous = unanswered(at.issued) ? at.issued : 0;
+   auto& entry = commands_.emplace_back();
    entry.index = index;
    entry.isWrite = !words.empty();
    entry.wasPresent = at.isPresent;
-   entry.previous = unanswered(at.issued) ? at.issued : 0;
+   entry.previous = previous;
    entry.table = table;
+   entry.ownerBefore = at.isOwners ? at.owner : nullptr;
    entry.hold = std::move(hold);
-   std::copy_n(issued, shape_.wordsPerRow, entry.before.begin());
-   std::copy(words.begin(), words.end(), issued);
+   std::copy_n(issued, maxWords, entry.before.begin());
+   copyRowWords(words.data(), words.size(), issued);
    at.isPresent = entry.isWrite;
    at.isRecovered = false;
+   at.isUntold = at.isUntold || at.equalWrite != 0;
    at.equalWrite = 0;
-   commands_.push_back(std::move(entry));
    Command command = nextCommand_++;
    at.issued = command;
    issue(command, index, words);
-   issueParked();
-   return *unanswered(command);
-}
-
-void
-HwTable::issueParked() {
-   auto parked = std::move(parked_);
-   parked_.clear();
-   for (Command command : parked) {
-      auto* entry = unanswered(command);
-      if (!entry) {
-         continue;
-      }
-      std::uint32_t* words{};
-      if (row(entry->index, words).issued == command) {
-         issue(command, entry->index, {});
-      } else {
-         parked_.push_back(command);
-      }
+   if (!parked_.empty()) [[unlikely]] {
+      issueParked();
    }
+   return commands_.back();
 }
 
 void
@@ -231,23 +224,23 @@ HwTable::answered(Command command, bool isAccepted) {
    if (!entry) {
       return;
    }
-   Nuv::Ptr<HwTable> alive(this);
-   if (isAccepted) {
+   Nuv::Ptr<HwTable> const alive(this);
+   if (isAccepted) [[likely]] {
       accepted(command, *entry);
    } else {
       refused(command, *entry);
    }
 }
 
-// The command waits no longer; what it held is the caller's to let go.
-HwTable::Unanswered
+// The command waits no longer. What it held must have been taken from it: the end of that leads anywhere.
+void
 HwTable::finished(Command command, Unanswered& entry) {
-   auto taken = std::exchange(entry, {});
-   if (stragglers_.erase(command) == 0) {
+   if (command < nextCommand_ - commands_.size()) [[unlikely]] {
+      stragglers_.erase(command);
+   } else {
       entry.isAnswered = true;
       ++answeredInLine_;
    }
-   return taken;
 }
 
 // The line begins with an unanswered command, and an answer that never comes does not make it grow for ever.
@@ -261,111 +254,90 @@ HwTable::trimLine() {
       } else {
          break;
       }
-      commands_.pop_front();
+      // What it held has been taken from it.
+      commands_.drop_front();
    }
 }
 
 // Rows are applied in the order of issue, so this answer speaks for the earlier commands of the row too.
 void
 HwTable::accepted(Command command, Unanswered& entry) {
-   std::uint32_t* words{};
-   Row& at = row(entry.index, words);
+   Row& at = row(entry.index);
    bool isNewest = command == at.issued;
-   auto done = finished(command, entry);
+   auto const index = entry.index;
+   bool const isWrite = entry.isWrite;
+   // What the row before needed is let go at the end of this call.
+   Nuv::Ptr<SwTable> const table = std::move(entry.table);
+   auto const hold = std::exchange(at.hold, std::move(entry.hold));
+   at.isUntold = isWrite;
+   if (isNewest && entry.deleted == at.owner) {
+      at.owner = nullptr;
+   }
    std::vector<Unanswered> superseded;
-   for (Command earlier = done.previous; auto* found = unanswered(earlier);) {
-      superseded.push_back(finished(earlier, *found));
+   if (entry.previous || !isNewest) [[unlikely]] {
+      superseded = supersededBy(command, entry, at);
+   }
+   clearedIs(entry);
+   finished(command, entry);
+   trimLine();
+   auto equalWrite = at.equalWrite;
+   if (!parked_.empty()) [[unlikely]] {
+      issueParked();
+   }
+   if (cleared_.empty()) {
+      if (isNewest && isWrite && at.isOwners) {
+         at.isUntold = false;
+         tellConfirmed(index, at.owner, table.get());
+      }
+      return;
+   }
+   Nuv::AllSteps steps;
+   tellCleared(steps);
+   // Who was told may have written the row, or have ended the chip.
+   auto* still = isWrite ? rowIfAny(index) : nullptr;
+   if (still && still->issued == command && still->equalWrite == equalWrite && still->isOwners) {
+      still->isUntold = false;
+      steps([&] { tellConfirmed(index, still->owner, table.get()); });
+   }
+   steps.finish();
+}
+
+// Takes the unanswered commands before this one away, the newest first, and says of whom they were.
+std::vector<HwTable::Unanswered>
+HwTable::supersededBy(Command command, Unanswered const& entry, Row const& at) {
+   std::vector<Unanswered> superseded;
+   for (Command earlier = entry.previous; auto* found = unanswered(earlier);) {
+      superseded.push_back(std::move(*found));
+      finished(earlier, *found);
       earlier = superseded.back().previous;
    }
-   for (auto* later = unanswered(at.issued); later; later = unanswered(later->previous)) {
+   for (auto* later = command == at.issued ? nullptr : unanswered(at.issued); later;
+        later = unanswered(later->previous)) {
       if (later->previous == command) {
          later->previous = 0;
       }
    }
-   std::swap(at.hold, done.hold);
-   trimLine();
-   if (isNewest && done.deleted == at.owner) {
-      at.owner = nullptr;
-   }
    std::for_each(superseded.rbegin(), superseded.rend(), [this](auto const& each) { clearedIs(each); });
-   clearedIs(done);
-   auto equalWrite = at.equalWrite;
-   issueParked();
-   Nuv::AllSteps steps;
-   tellCleared(steps);
-   // Who was told may have written the row, or have ended the chip.
-   auto* still = rowIfAny(done.index);
-   if (done.isWrite && still && still->issued == command && still->equalWrite == equalWrite) {
-      steps([&] { confirm(*still, done.table.get(), RowAnswer::confirmed); });
+   return superseded;
+}
+
+void
+HwTable::tellConfirmed(Index index, SwTable::EntryHandle* owner, SwTable* table) {
+   if (formers_.empty()) [[likely]] {
+      tell(owner, table, RowAnswer::confirmed);
+      return;
    }
+   Nuv::AllSteps steps;
+   steps([&] { tell(owner, table, RowAnswer::confirmed); });
+   tellFormers(index, RowAnswer::confirmed, steps);
    steps.finish();
 }
 
 void
-HwTable::refused(Command command, Unanswered& entry) {
-   std::uint32_t* words{};
-   Row& at = row(entry.index, words);
-   bool isNewest = command == at.issued;
-   if (isNewest && !entry.isWrite) {
-      retry(command, entry);
-      return;
-   }
-   unlink(at, words, command, entry);
-   auto done = finished(command, entry);
-   trimLine();
-   issueParked();
-   if (isNewest) {
-      confirm(at, done.table.get(), RowAnswer::refused);
-      return;
-   }
-   // Somebody has written the row since.
-   clearedIs(done);
-   Nuv::AllSteps steps;
-   tellCleared(steps);
-   steps.finish();
-}
-
-// A refused command leaves the row as it was: what came behind it replaces its predecessor.
-void
-HwTable::unlink(Row& at, std::uint32_t* words, Command command, Unanswered const& entry) {
-   if (command == at.issued) {
-      at.issued = entry.previous;
-      at.isPresent = entry.wasPresent;
-      std::copy_n(entry.before.begin(), shape_.wordsPerRow, words);
-      return;
-   }
-   auto* later = unanswered(at.issued);
-   while (later->previous != command) {
-      later = unanswered(later->previous);
-   }
-   later->previous = entry.previous;
-   later->wasPresent = entry.wasPresent;
-   later->before = entry.before;
-}
-
-void
-HwTable::retry(Command refused, Unanswered& entry) {
-   auto again = finished(refused, entry);
-   std::uint32_t* words{};
-   auto refusals = again.refusals;
-   Command command = nextCommand_++;
-   row(again.index, words).issued = command;
-   again.refusals = std::uint8_t(std::min<unsigned>(refusals + 1u, promptRetries));
-   auto index = again.index;
-   commands_.push_back(std::move(again));
-   trimLine();
-   if (refusals < promptRetries) {
-      issue(command, index, {});
-   } else {
-      parked_.push_back(command);
-   }
-}
-
-void
-HwTable::confirm(Row const& at, SwTable* table, RowAnswer answer) {
-   if (at.owner && table && table->writeResponseSm()) {
+HwTable::tell(SwTable::EntryHandle* owner, SwTable* table, RowAnswer answer) {
+   if (owner && table && table->writeResponseSm()) {
       Nuv::Ptr<WriteResponseSm> sm(table->writeResponseSm());
-      sm->handleWriteResponse(*at.owner, answer);
+      sm->handleWriteResponse(*owner, answer);
    }
 }
 
@@ -374,16 +346,15 @@ HwTable::react() {
    if (equalWrites_.empty()) {
       return;
    }
-   auto write = std::move(equalWrites_.front());
-   equalWrites_.pop_front();
+   auto write = equalWrites_.take_front();
    if (!equalWrites_.empty()) {
       loop_->schedule(*this);
    }
-   std::uint32_t* words{};
-   Row& at = row(write.index, words);
+   Row& at = row(write.index);
    // An equal write behind this one is a later command as well: whoever made it hears of his own.
    if (at.issued == write.issued && at.equalWrite == write.number) {
-      confirm(at, write.table.get(), RowAnswer::confirmed);
+      at.equalWrite = 0;
+      tell(at.owner, write.table.get(), RowAnswer::confirmed);
    }
 }
 
@@ -413,7 +384,10 @@ HwTable::purge() {
    for (Index chunk = 0; !isAbandoned_ && chunk < chunks_.size(); ++chunk) {
       for (Index position = 0; chunks_[chunk] && position < rowsPerChunk; ++position) {
          if (chunks_[chunk]->rows[position].isRecovered) {
-            commandIs(shape_.minIndex + chunk * rowsPerChunk + position, {}, nullptr, nullptr);
+            Index index = shape_.minIndex + chunk * rowsPerChunk + position;
+            std::uint32_t* issued{};
+            auto& at = row(index, issued);
+            commandIs(index, at, issued, {}, nullptr, nullptr);
             ++purged;
          }
       }
@@ -421,26 +395,34 @@ HwTable::purge() {
    return purged;
 }
 
-// Rows stay where they are until everybody has been told: who is told may still ask for them.
+// Rows stay where they are until everybody has been told: who is told may still ask for them. He is told with
+// the other commands still in their places, where his own is found without a look at all of them.
 void
 HwTable::abandon() {
    isAbandoned_ = true;
-   auto stragglers = std::move(stragglers_);
-   auto commands = std::move(commands_);
-   stragglers_.clear();
-   commands_.clear();
-   answeredInLine_ = 0;
-   for (auto const& [number, command] : stragglers) {
-      clearedIs(command);
-   }
-   for (auto const& command : commands) {
-      clearedIs(command);
-   }
+   std::vector<Unanswered> gone;
    Nuv::AllSteps steps;
-   tellCleared(steps);
+   auto tellOf = [&](Unanswered& command) {
+      clearedIs(command);
+      gone.push_back(std::move(command));
+      tellCleared(steps);
+   };
+   while (!stragglers_.empty()) {
+      auto oldest = stragglers_.extract(stragglers_.begin());
+      tellOf(oldest.mapped());
+   }
+   while (!commands_.empty()) {
+      auto oldest = commands_.take_front();
+      if (oldest.isAnswered) {
+         --answeredInLine_;
+      } else {
+         tellOf(oldest);
+      }
+   }
    auto equalWrites = std::move(equalWrites_);
    auto chunks = std::move(chunks_);
    equalWrites_.clear();
+   formers_.clear();
    chunks_.clear();
    parked_.clear();
    steps.finish();

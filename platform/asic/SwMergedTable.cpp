@@ -12,23 +12,31 @@ SwMergedTable::UnresolvedMergedEntry::lacksIndex() const {
 
 void
 SwMergedTable::UnresolvedMergedEntry::handleNeededEntry(NeededEntryHandleSm& sm) {
-   switch (sm.handle().entryState()) {
-   case EntryState::failedNeededEntry:
-      markFailedNeededEntry();
+   if (failsWith(sm.handle())) {
+      failsAs(sm.handle());
       return;
-   case EntryState::failed:
-      setEntryState(EntryState::failed);
-      return;
-   case EntryState::success:
-      neededEntryHandleSmDel(sm);
-      break;
-   default:
-      break;
    }
-   if (!lacksIndex()) {
+   if (!isNeeded(sm.handle())) {
+      neededEntryHandleSmDel(sm);
+   }
+   auto failed =
+         std::find_if(sms().begin(), sms().end(), [](auto const& each) { return failsWith(each->handle()); });
+   if (failed != sms().end()) {
+      failsAs((*failed)->handle());
+   } else if (!lacksIndex()) {
       doResolve();
-   } else if (!hasFailedNeededEntry()) {
+   } else {
       setEntryState(EntryState::unresolved);
+   }
+}
+
+// A member that has left its table fails as one that was needed.
+void
+SwMergedTable::UnresolvedMergedEntry::failsAs(SwTableBase::EntryHandle const& member) {
+   if (member.entryState() == EntryState::failed) {
+      setEntryState(EntryState::failed);
+   } else {
+      markFailedNeededEntry();
    }
 }
 

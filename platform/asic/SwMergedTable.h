@@ -22,9 +22,16 @@ class ZANDOR_EXPORT SwMergedTable::UnresolvedMergedEntry : public SwTable::Unres
       return member.entryState() != success();
    }
 
-   /// A member changed: its failure is passed on; its success is not, but takes it off the list. Then, once
-   /// every member that is still waited for has its row's index, `doResolve` runs.
+   /// A member's row is there when it has succeeded, and until then its index need not be valid.
+   bool followsValidIndices() const override { return false; }
+
+   /// A member changed: its failure is passed on; its success is not, but takes it off the list. While
+   /// another member has failed, that one's failure is passed on; else, once every member that is still
+   /// waited for has its row's index, `doResolve` runs.
    void handleNeededEntry(NeededEntryHandleSm&) override;
+
+   /// The failure of `member` is passed on as what it is.
+   void failsAs(SwTableBase::EntryHandle const& member);
 
    /// Whether a member that is still waited for has no index.
    bool lacksIndex() const;

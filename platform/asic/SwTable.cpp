@@ -2,6 +2,7 @@
 
 #include "platform/asic/HwTable.h"
 #include "platform/asic/HwTableMountInfo.h"
+#include "platform/nuv/Assert.h"
 
 namespace Asic {
 
@@ -11,6 +12,8 @@ SwTable::~SwTable() = default;
 
 void
 SwTable::doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo) {
+   NUV_ASSERT(!isInitialized_, tblName());
+   isInitialized_ = true;
    chipInfo_ = chipInfo;
    if (auto name = hwTableName(); !name.empty()) {
       if (auto table = HwTable::mounted(*entityManager, unit, name)) {
@@ -61,14 +64,14 @@ SwTable::EntryHandle::EntryHandle(SwTable* table) : swTable_(table) {}
 template <class Change>
 void
 SwTable::EntryHandle::changeHold(Change&& change) {
-   Nuv::Ptr<SwTable> alive(swTable_);
    bool before = keepsTableAlive();
    change();
    bool after = keepsTableAlive();
    if (after && !before) {
       swTable_->referenceAdd();
    } else if (before && !after) {
-      swTable_->referenceDel();
+      // Perhaps the table's last: it is not touched any more.
+      swTable_->referenceDelQuietly();
    }
 }
 

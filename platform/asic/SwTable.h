@@ -25,7 +25,7 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
 
    /// Ties the table to the hardware table of `unit`, which it mounts and looks up in `entityManager`. Ends
    /// with `doInitComplete`. A table without a hardware table, or without a util for the chip's rows, works
-   /// without writing rows.
+   /// without writing rows. To be called once: whoever wants to begin anew makes another table.
    void doInit(UnitId unit, Nuv::Ptr<Kallo::EntityManager> const& entityManager, ChipInfo const& chipInfo);
 
    /// Publishes which hardware table the table writes rows to, in the entity manager of `doInit`: a
@@ -83,6 +83,7 @@ class ZANDOR_EXPORT SwTable : public SwTableBase {
    ChipInfo chipInfo_;
    bool responseEnabled_{true};
    Mode mode_{};
+   bool isInitialized_{};
    std::uint64_t hwIndexFailures_{};
    UnitId unit_{};
    // Held until it is published: entities may hold tables, so no longer than that.
@@ -136,6 +137,8 @@ class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
    virtual void handleRowRefused() {}
    /// The chip has cleared the row that this handle's entry had, or somebody else has the row now.
    virtual void handleRowDeleted() {}
+   /// The row that somebody else wrote over this handle's entry is this one's again.
+   virtual void handleRowReturned() {}
 
    /// Whether the table wants the handle's value in hardware.
    bool isResolved() const { return tableBytes_.isResolved; }

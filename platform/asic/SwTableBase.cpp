@@ -80,7 +80,7 @@ SwTableBase::EntryHandle::EntryHandle() {
 template <class Tell>
 void
 SwTableBase::EntryHandle::announce(Tell&& tell) {
-   if (hasNotificationActive()) {
+   if (!notifieeList_.empty() && hasNotificationActive()) {
       notifieeList_.announce(tell);
    }
 }

@@ -2,6 +2,7 @@
 
 #include "platform/asic/SwTable.h"
 #include "platform/nuv/Export.h"
+#include "platform/nuv/Pool.h"
 
 #include <memory>
 #include <vector>
@@ -17,6 +18,9 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
 
    /// How many needed entries are still waited for.
    std::size_t neededEntryHandleSms() const { return sms_.size(); }
+
+   /// Makes room for that many in all.
+   void neededEntryHandleSmsReserve(std::size_t count) { sms_.reserve(count); }
 
    /// Waits for one more entry. The handle is held until then.
    void neededEntryHandleSmIs(NeededHandle const& handle);
@@ -38,6 +42,9 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
    /// Whether the entry of `handle` must still be waited for. A failed one must.
    virtual bool isNeeded(SwTableBase::EntryHandle const& handle) const = 0;
 
+   /// Whether it matters to this value that a needed entry's index becomes valid, or ceases to be.
+   virtual bool followsValidIndices() const { return true; }
+
    /// A needed entry changed. By default: a failed one marks this one failed; the last one that is no longer
    /// needed resolves it; one that recovers takes the mark away when it was the only failed one.
    virtual void handleNeededEntry(NeededEntryHandleSm&);
@@ -48,18 +55,22 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
    /// Ends a state machine, which may be the one that is announcing.
    void neededEntryHandleSmDel(NeededEntryHandleSm&);
 
-   std::vector<std::unique_ptr<NeededEntryHandleSm>> const& sms() const { return sms_; }
+   using Sms = std::vector<std::unique_ptr<NeededEntryHandleSm>,
+                           Nuv::PoolAllocator<std::unique_ptr<NeededEntryHandleSm>>>;
+
+   Sms const& sms() const { return sms_; }
 
  private:
    void noteFailure(NeededEntryHandleSm&);
 
-   std::vector<std::unique_ptr<NeededEntryHandleSm>> sms_;
+   Sms sms_;
    std::size_t failed_{};
 };
 
 /// Follows one needed entry for one waiting value.
 class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
-    : public SwTableBase::EntryHandle::Notifiee {
+    : public SwTableBase::EntryHandle::Notifiee,
+      public Nuv::Pooled {
  public:
    NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle, std::size_t position);
 
@@ -67,7 +78,11 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
 
    void handleEntryState() override { changed(); }
    void handleHwEntryIndex() override { changed(); }
-   void handleHwIndexValid() override { changed(); }
+   void handleHwIndexValid() override {
+      if (owner_.followsValidIndices()) {
+         changed();
+      }
+   }
    void handleSwTable() override { changed(); }
 
  private:

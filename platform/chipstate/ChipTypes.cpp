@@ -46,15 +46,6 @@ parseText(Nuv::TextRange& range, NextHopEntryType& type) {
 
 namespace Fendo {
 
-std::uint64_t
-EthAddr::value() const {
-   std::uint64_t number = 0;
-   for (auto byte : bytes) {
-      number = number << 8 | byte;
-   }
-   return number;
-}
-
 EthAddr
 EthAddr::fromValue(std::uint64_t number) {
    EthAddr address;

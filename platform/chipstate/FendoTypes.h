@@ -18,11 +18,16 @@ struct ZANDOR_EXPORT EthAddr {
    std::array<std::uint8_t, 6> bytes{};
 
    /// The address as a number of 48 bits, its first byte the most significant.
-   std::uint64_t value() const;
+   std::uint64_t value() const {
+      // Written out, since no loop over the bytes becomes the two loads and swaps that it is.
+      return std::uint64_t(bytes[0]) << 40 | std::uint64_t(bytes[1]) << 32 | std::uint64_t(bytes[2]) << 24 |
+             std::uint64_t(bytes[3]) << 16 | std::uint64_t(bytes[4]) << 8 | bytes[5];
+   }
    static EthAddr fromValue(std::uint64_t);
 
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
-   friend auto operator<=>(EthAddr const&, EthAddr const&) = default;
+   friend bool operator==(EthAddr const& a, EthAddr const& b) { return a.value() == b.value(); }
+   friend auto operator<=>(EthAddr const& a, EthAddr const& b) { return a.value() <=> b.value(); }
    friend ZANDOR_EXPORT void appendText(Pelm::String& out, EthAddr const&);
    friend Trace::Raw<Trace::Kind::ethernetAddress> rawForTrace(EthAddr const& address) {
       return {address.value()};

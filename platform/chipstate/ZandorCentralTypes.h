@@ -19,8 +19,7 @@ struct ZANDOR_EXPORT VirtualPort {
    bool isValid() const { return value != invalidValue; }
    std::uint32_t hash(unsigned seed) const {
       Nuv::HashAccumulator accumulator(seed);
-      std::uint8_t const bytes[] = {std::uint8_t(value), std::uint8_t(value >> 8)};
-      accumulator.mixBytes(bytes, sizeof bytes);
+      accumulator.mixTwoBytes(value);
       return accumulator.result();
    }
    friend auto operator<=>(VirtualPort const&, VirtualPort const&) = default;

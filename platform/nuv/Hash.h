@@ -62,6 +62,9 @@ class ZANDOR_EXPORT HashAccumulator {
       mix64(word(at, size) | std::uint64_t(size) << 56);
    }
 
+   /// The same as `mixBytes` of the value's two bytes, the lower one first.
+   constexpr void mixTwoBytes(std::uint16_t value) { mix64(value | std::uint64_t(2) << 56); }
+
    constexpr std::uint32_t result() const { return std::uint32_t(state_ >> 32); }
    constexpr std::uint64_t result64() const { return state_; }
 

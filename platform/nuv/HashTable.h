@@ -102,6 +102,15 @@ class ZANDOR_EXPORT HashTable {
 
    bool has(Key const& key) const { return find(key) != nullptr; }
 
+   /// Asks the memory for what a look-up by that hash will read, and does not wait for it.
+   void prefetchHashed(std::uint32_t hash) const {
+      if (store_.slots) {
+         std::uint32_t at = stored(hash) >> store_.shift;
+         __builtin_prefetch(store_.hashes + at);
+         __builtin_prefetch(store_.slots + at);
+      }
+   }
+
    /// Moves the slot in and returns its place and true; or, when its key is there already, leaves both the
    /// table and the argument alone and returns the existing slot and false. Throws std::bad_alloc or
    /// std::length_error, changing nothing, when the table cannot grow.
@@ -112,27 +121,17 @@ class ZANDOR_EXPORT HashTable {
    std::pair<Slot*, bool> insertHashed(std::uint32_t hash, Slot&& slot) {
       hash = stored(hash);
       auto [at, found] = seek(hash, Traits::key(slot));
-      if (found) {
-         return {store_.slots + at, false};
-      }
-      if (store_.size >= limit(store_)) {
-         relocate(store_.slots ? store_.shift - 1 : 32 - minHomeBits, 0);
-         at = seek(hash, Traits::key(slot)).at;
-      }
-      std::uint32_t end = at;
-      while (store_.hashes[end]) {
-         ++end;
-      }
-      if (end == store_.capacity) {
-         std::uint64_t tail = store_.capacity - homes(store_.shift);
-         relocate(store_.shift, store_.capacity + tail);
-      }
-      openGap(at, end);
-      construct(at, std::move(slot));
-      store_.hashes[at] = hash;
-      ++store_.size;
-      ++changes_;
-      return {store_.slots + at, true};
+      return found ? std::pair(store_.slots + at, false)
+                   : std::pair(insertAt(at, hash, std::move(slot)), true);
+   }
+
+   /// The slot with that key and false, or else a new one from `make()`, with that key, and true. `make` must
+   /// leave the table alone.
+   template <class Make>
+   std::pair<Slot*, bool> findOrInsertHashed(std::uint32_t hash, Key const& key, Make&& make) {
+      hash = stored(hash);
+      auto [at, found] = seek(hash, key);
+      return found ? std::pair(store_.slots + at, false) : std::pair(insertAt(at, hash, make()), true);
    }
 
    /// Removes the slot with that key; returns whether there was one. The slot is destroyed last, so its
@@ -140,8 +139,14 @@ class ZANDOR_EXPORT HashTable {
    bool erase(Key const& key) { return eraseHashed(Traits::hash(key), key); }
 
    bool eraseHashed(std::uint32_t hash, Key const& key) {
+      return eraseHashedIf(hash, key, [](Slot const&) { return true; });
+   }
+
+   /// The same for a slot of which `is(slot)` holds.
+   template <class Is>
+   bool eraseHashedIf(std::uint32_t hash, Key const& key, Is&& is) {
       auto [at, found] = seek(stored(hash), key);
-      if (!found) {
+      if (!found || !is(std::as_const(store_.slots[at]))) {
          return false;
       }
       [[maybe_unused]] Slot gone(std::move(store_.slots[at]));
@@ -295,6 +300,28 @@ class ZANDOR_EXPORT HashTable {
             }
          }
       }
+   }
+
+   /// Moves a slot whose key is not there to `at`, where it belongs.
+   Slot* insertAt(std::uint32_t at, std::uint32_t hash, Slot&& slot) {
+      if (store_.size >= limit(store_)) {
+         relocate(store_.slots ? store_.shift - 1 : 32 - minHomeBits, 0);
+         at = seek(hash, Traits::key(slot)).at;
+      }
+      std::uint32_t end = at;
+      while (store_.hashes[end]) {
+         ++end;
+      }
+      if (end == store_.capacity) {
+         std::uint64_t tail = store_.capacity - homes(store_.shift);
+         relocate(store_.shift, store_.capacity + tail);
+      }
+      openGap(at, end);
+      construct(at, std::move(slot));
+      store_.hashes[at] = hash;
+      ++store_.size;
+      ++changes_;
+      return store_.slots + at;
    }
 
    /// The first slot at `at` or behind it; the capacity when there is none.

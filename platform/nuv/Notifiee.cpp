@@ -1,10 +1,11 @@
 #include "platform/nuv/Notifiee.h"
 
 #include "platform/nuv/Assert.h"
+#include "platform/nuv/Pool.h"
 
 namespace Nuv {
 
-struct Notifiee::Body {
+struct Notifiee::Body : Pooled {
    NotifieeListBase* list{};
    Notifiee* first{};
    Notifiee* last{};

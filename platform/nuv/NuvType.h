@@ -2,6 +2,7 @@
 
 #include "platform/nuv/Export.h"
 #include "platform/nuv/Hash.h"
+#include "platform/nuv/Pool.h"
 #include "platform/nuv/Text.h"
 #include "platform/nuv/TextRange.h"
 
@@ -34,6 +35,26 @@ sizeFunction() -> std::uint32_t (*)(void const*) {
    }
 }
 
+/// A copy of `value` in the pool, and its end.
+template <class V>
+void*
+copyInPool(void const* value) {
+   void* memory = poolTake(sizeof(V));
+   try {
+      return ::new (memory) V(*static_cast<V const*>(value));
+   } catch (...) {
+      poolGive(memory, sizeof(V));
+      throw;
+   }
+}
+
+template <class V>
+void
+destroyInPool(void* value) {
+   static_cast<V*>(value)->~V();
+   poolGive(value, sizeof(V));
+}
+
 /// The descriptor of `V`, a value type with a static `typeName`.
 template <class V>
 NuvType const&
@@ -43,8 +64,8 @@ nuvType() {
          [](void const* value, std::uint32_t seed) { return hashOf(*static_cast<V const*>(value), seed); },
          [](void const* a, void const* b) { return *static_cast<V const*>(a) == *static_cast<V const*>(b); },
          [](void const* a, void const* b) { return *static_cast<V const*>(a) < *static_cast<V const*>(b); },
-         [](void const* value) -> void* { return new V(*static_cast<V const*>(value)); },
-         [](void* value) { delete static_cast<V*>(value); },
+         &copyInPool<V>,
+         &destroyInPool<V>,
          sizeFunction<V>()};
    return type;
 }

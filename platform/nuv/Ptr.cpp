@@ -3,16 +3,12 @@
 #include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Assert.h"
 
+#include <atomic>
 #include <cstdio>
 
 namespace Nuv {
 
 bool Object::isThreadSafe_ = false;
-
-bool
-threadSafePtr() {
-   return Object::isThreadSafe_;
-}
 
 void
 threadSafePtrIs(bool isThreadSafe) {
@@ -61,6 +57,23 @@ Object::zeroReferencesQuietly() noexcept {
    } catch (...) {
       std::fprintf(stderr, "an observer failed at the end of an object\n");
    }
+}
+
+void
+Object::referenceAddSafely() const {
+   auto before = std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed);
+   if ((before & countMask) == countMask) {
+      countFailed("references < maximum");
+   }
+}
+
+bool
+Object::isLastReferenceDelSafely() const {
+   auto before = std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) & countMask;
+   if (before == 0) {
+      countFailed("references > 0");
+   }
+   return before == 1;
 }
 
 void

@@ -2,8 +2,8 @@
 
 #include "platform/nuv/Export.h"
 #include "platform/nuv/Module.h"
+#include "platform/nuv/Pool.h"
 
-#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +21,7 @@ ZANDOR_EXPORT void threadSafePtrIs(bool isThreadSafe);
 /// When the last reference goes, `onZeroReferences` runs once; the object is deleted afterwards unless
 /// somebody holds it again by then. References taken and given back while it runs do not start it a second
 /// time.
-class ZANDOR_EXPORT Object {
+class ZANDOR_EXPORT Object : public Pooled {
  public:
    Object(Object const&) = delete;
    Object& operator=(Object const&) = delete;
@@ -35,14 +35,14 @@ class ZANDOR_EXPORT Object {
    virtual void hasNotificationActiveIs(bool active);
 
    /// Adds one reference. Prefer `Ptr`; this is for whoever holds a reference without a pointer.
-   void referenceAdd() const;
+   [[gnu::always_inline]] void referenceAdd() const;
 
    /// Gives one reference back. The object may be gone when this returns.
    void referenceDel() const;
 
    /// The same, for those who must not throw: what an observer of the object's end throws is written to
    /// standard error and goes no further.
-   void referenceDelQuietly() const noexcept;
+   [[gnu::always_inline]] void referenceDelQuietly() const noexcept;
 
  protected:
    Object() = default;
@@ -61,7 +61,9 @@ class ZANDOR_EXPORT Object {
 
    static bool isThreadSafe_;
 
-   bool isLastReferenceDel() const;
+   [[gnu::always_inline]] bool isLastReferenceDel() const;
+   void referenceAddSafely() const;
+   bool isLastReferenceDelSafely() const;
    void zeroReferences();
    void zeroReferencesQuietly() noexcept;
    void flagIs(std::uint32_t flag, bool value);
@@ -70,23 +72,30 @@ class ZANDOR_EXPORT Object {
    mutable std::uint32_t word_{0};
 };
 
+inline bool
+threadSafePtr() {
+   return Object::isThreadSafe_;
+}
+
 inline void
 Object::referenceAdd() const {
-   std::uint32_t before =
-         isThreadSafe_ ? std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed) : word_++;
-   if ((before & countMask) == countMask) [[unlikely]] {
+   if (isThreadSafe_) [[unlikely]] {
+      referenceAddSafely();
+   } else if ((word_++ & countMask) == countMask) [[unlikely]] {
       countFailed("references < maximum");
    }
 }
 
 inline bool
 Object::isLastReferenceDel() const {
-   std::uint32_t before =
-         isThreadSafe_ ? std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) : word_--;
-   if ((before & countMask) == 0) [[unlikely]] {
+   if (isThreadSafe_) [[unlikely]] {
+      return isLastReferenceDelSafely();
+   }
+   std::uint32_t before = word_-- & countMask;
+   if (before == 0) [[unlikely]] {
       countFailed("references > 0");
    }
-   return (before & countMask) == 1;
+   return before == 1;
 }
 
 inline void

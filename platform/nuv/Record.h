@@ -7,6 +7,7 @@
 #include "platform/nuv/TextRange.h"
 
 #include <tuple>
+#include <utility>
 
 namespace Nuv {
 
@@ -44,12 +45,17 @@ template <class... Fields>
 struct ZANDOR_EXPORT FieldList {
    char const* typeName;
    std::tuple<Fields...> fields;
+   bool isHashedPacked{};
+
+   /// The same list of a record whose fields enter its hash side by side, as many as 64 bits take, which is
+   /// quick: numbers, and what holds one number as its `value`.
+   constexpr FieldList hashedPacked() const { return {typeName, fields, true}; }
 };
 
 template <class... Fields>
 constexpr FieldList<Fields...>
 fieldList(char const* typeName, Fields... fields) {
-   return {typeName, {fields...}};
+   return {typeName, {fields...}, false};
 }
 
 /// Calls `visit(name, value, identity)` for each field of `record` in turn, until one call answers false.
@@ -72,6 +78,19 @@ mixField(HashAccumulator& accumulator, M const& value) {
       accumulator.mix32(static_cast<std::uint32_t>(value));
    } else {
       accumulator.mix32(hashOf(value, 0));
+   }
+}
+
+/// A field's value as a number of as many bits as the field has.
+template <class M>
+constexpr std::uint64_t
+packedField(M const& value) {
+   if constexpr (requires { value.value(); }) {
+      return value.value();
+   } else if constexpr (requires { value.value; }) {
+      return value.value;
+   } else {
+      return static_cast<std::uint64_t>(value);
    }
 }
 
@@ -108,16 +127,23 @@ class ZANDOR_EXPORT Record {
 
    std::uint32_t hash(unsigned seed) const {
       HashAccumulator accumulator(seed);
-      visitFields(self(), [&](char const*, auto const& value, bool identity) {
-         if (identity) {
-            mixField(accumulator, value);
-         }
-         return true;
-      });
+      if constexpr (R::fieldList().isHashedPacked) {
+         mixPacked(accumulator);
+      } else {
+         visitFields(self(), [&](char const*, auto const& value, bool identity) {
+            if (identity) {
+               mixField(accumulator, value);
+            }
+            return true;
+         });
+      }
       return accumulator.result();
    }
 
-   friend bool operator==(R const& a, R const& b) { return a.compare(b) == 0; }
+   friend bool operator==(R const& a, R const& b) {
+      auto agrees = [&](auto const& each) { return !each.identity || a.*each.member == b.*each.member; };
+      return std::apply([&](auto const&... each) { return (agrees(each) && ...); }, R::fieldList().fields);
+   }
    friend bool operator<(R const& a, R const& b) { return a.compare(b) < 0; }
 
    /// Reads the text form. What cannot be read is a `DeserializeException` that names the field, or, around
@@ -133,6 +159,24 @@ class ZANDOR_EXPORT Record {
 
  private:
    R const& self() const { return static_cast<R const&>(*this); }
+
+   void mixPacked(HashAccumulator& accumulator) const {
+      std::uint64_t word = 0;
+      std::size_t bits = 0;
+      visitFields(self(), [&](char const*, auto const& value, bool identity) {
+         static_assert(sizeof value <= sizeof word, "a packed field is a number");
+         if (identity) {
+            if (bits + 8 * sizeof value > 64) {
+               accumulator.mix64(std::exchange(word, 0));
+               bits = 0;
+            }
+            word |= packedField(value) << bits;
+            bits += 8 * sizeof value;
+         }
+         return true;
+      });
+      accumulator.mix64(word);
+   }
 
    int compare(R const& other) const {
       int result = 0;

@@ -110,6 +110,11 @@ attribute(char const* name, Getter getter) {
    return {name, getter};
 }
 
+/// What a class returns for a collection that it publishes: there is one, and it has no text of its own.
+struct ZANDOR_EXPORT PublishedCollection {
+   friend void appendText(Pelm::String& out, PublishedCollection) { out.append("None"); }
+};
+
 /// Registers class `T`, from its `attributeList()`, a tuple of `attribute`s, as long as it exists. `make`
 /// makes an object from a name, for classes that need nothing else.
 template <class T>

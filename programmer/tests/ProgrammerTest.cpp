@@ -1,6 +1,8 @@
-#include "chip/model/testing/ChipTest.h"
-#include "programmer/L3UnderlayEcmpProgrammer.h"
-#include "tables/L3EcmpGroup0Table.h"
+#include "programmer/testing/ProgrammerTest.h"
+
+#include "platform/asic/DontCareHandle.h"
+#include "platform/trace/Mirelog.h"
+#include "platform/trace/RingReader.h"
 
 #include <set>
 
@@ -8,73 +10,9 @@ namespace ZandorL3Tunnel {
 namespace {
 
 using testing::ElementsAre;
+using testing::Not;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
-
-L3ViaEntry
-unicastVia(std::uint8_t neighbour, std::uint16_t interface, std::uint16_t port) {
-   L3ViaEntry via;
-   via.nhEntryType = Brix::NextHopEntryType::unicast;
-   via.macAddr = {{2, 0, 0, 0, 0, neighbour}};
-   via.l3Id = {interface};
-   via.l2If = {port};
-   return via;
-}
-
-L3ViaEntry
-viaOfKind(Brix::NextHopEntryType type) {
-   L3ViaEntry via;
-   via.nhEntryType = type;
-   return via;
-}
-
-class ProgrammerTest : public ModelChip::ChipTest {
- protected:
-   ProgrammerTest() {
-      fcsd->logicalModInfoIs({0});
-      interfaces->doInit(unit, stateDatabase, chip->chipInfo());
-      groups->doInit(unit, stateDatabase, chip->chipInfo());
-      local->entityIs(L3UnderlayEcmpProgrammer::egrL3Oif2Path, EgrL3Oif2::typeName(), interfaces);
-      programmer->initTables(chip->chipInfo());
-   }
-
-   void interfaceIs(Asic::Index index, std::uint8_t mac) {
-      EgrL3Oif2::Entry entry;
-      entry.srcMacAddress = {{2, 1, 0, 0, 0, mac}};
-      interfaces->entryCommit(index, entry);
-   }
-
-   Handle blockOf(std::initializer_list<L3ViaEntry> vias, bool isCpuDrop = false) {
-      auto set = l3ViaFactory();
-      for (auto const& via : vias) {
-         set->viaIs(via, 1);
-      }
-      return programmer->getEcmpBlockHandle(set, isCpuDrop);
-   }
-
-   Handle groupIs(std::uint32_t id, Handle const& block, std::uint16_t paths) {
-      L3EcmpGroup0Table::Entry entry;
-      entry.ecmpBlockPtrHandle = block;
-      entry.numPaths = paths;
-      ZandorL3Common::L3AdjIdKey key;
-      key.id = id;
-      return groups->entryCommit(key, entry);
-   }
-
-   void groupDel(std::uint32_t id) {
-      ZandorL3Common::L3AdjIdKey key;
-      key.id = id;
-      groups->entryRemove(key);
-   }
-
-   Nuv::Ptr<Local::EntityManager> local = Nuv::make<Local::EntityManager>();
-   Nuv::Ptr<ZandorCentral::FeatureAgentCommonSmData> fcsd =
-         Nuv::make<ZandorCentral::FeatureAgentCommonSmData>(unit);
-   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<L3EcmpGroup0Table> groups = l3EcmpGroup0TableFactory("L3EcmpGroup0Table");
-   Nuv::Ptr<L3UnderlayEcmpProgrammer> programmer =
-         l3UnderlayEcmpProgrammerFactory(fcsd, stateDatabase, local);
-};
 
 TEST_F(ProgrammerTest, ReachesEveryViaFromTheGroup) {
    interfaceIs(1, 0x11);
@@ -199,18 +137,30 @@ TEST_P(KindTest, BecomesTheNextHopOfItsKind) {
    auto const& nextHops = *programmer->l3EcmpNextHopTable();
    nextHops.handles().forEach([&](auto const& handle) {
       EXPECT_EQ(nextHops.ingL3NextHop2TableEntry(handle.key())->strengthProfileIndex, 5);
-      EXPECT_EQ(nextHops.egrL3NextHop2Entry(handle.key())->strengthProfileIndex, 9);
+      auto egr = nextHops.egrL3NextHop2Entry(handle.key());
+      EXPECT_EQ(egr->strengthProfileIndex, 9);
+      EXPECT_EQ(egr->dstMacAddress, kind.hasInterface ? via.macAddr : Fendo::EthAddr());
+      EXPECT_EQ(egr->l3Oif2Handle,
+                kind.hasInterface ? interfaces->entryWeakRef(1) : SwTableWorkaround::dontCareHandle(0));
    });
+   auto member = chip->table("L3UnderlayEcmpMember1Table")->row(rows.base);
+   EXPECT_EQ(ModelChip::L3UnderlayEcmpMember1Table::strengthProfile.unpack(member), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, KindTest,
                          testing::Values(KindCase{"unicast", 2, true, false, 4, 101, true},
-                                         KindCase{"tunnelUnicast", 11, true, true, 4, 101, true},
+                                         KindCase{"unicastDropping", 2, true, true, 4, 101, true},
+                                         KindCase{"tunnelUnicast", 11, true, false, 4, 101, true},
+                                         KindCase{"tunnelUnicastDropping", 11, true, true, 4, 101, true},
+                                         KindCase{"tunnelUnicastWithoutPort", 11, false, false, 8, 0, false},
+                                         KindCase{"tunnelUnicastWithoutPortDropping", 11, false, true, 0, 0,
+                                                  false},
                                          KindCase{"unicastWithoutPort", 2, false, false, 8, 0, false},
                                          KindCase{"unicastWithoutPortDropping", 2, false, true, 0, 0, false},
                                          KindCase{"receive", 0, true, false, 8, 0, false},
                                          KindCase{"receiveDropping", 0, true, true, 0, 0, false},
                                          KindCase{"glean", 4, true, false, 8, 0, false},
+                                         KindCase{"gleanDropping", 4, true, true, 0, 0, false},
                                          KindCase{"drop", 3, true, false, 0, 0, false},
                                          KindCase{"dropDropping", 3, true, true, 0, 0, false}),
                          [](auto const& test) { return test.param.name; });
@@ -220,6 +170,69 @@ TEST_F(ProgrammerTest, ReturnsNothingBeforeItsTablesAreThere) {
    Trace::TraceCapture trace(_defaultTraceHandle());
    EXPECT_FALSE(fresh->getEcmpBlockHandle(l3ViaFactory(), false));
    EXPECT_THAT(trace.lines(), ElementsAre("getEcmpBlockHandle ARM tables are not initialized"));
+   auto ring = Trace::readRing(Trace::ringImage()).messages;
+   ASSERT_THAT(ring, Not(testing::IsEmpty()));
+   EXPECT_EQ(ring.back().text, "getEcmpBlockHandle ARM tables are not initialized");
+   EXPECT_EQ(ring.back().level, 4u);
+   EXPECT_EQ(commandsIssued(), 0u);
+}
+
+TEST_F(ProgrammerTest, OnlyStoresWhatItIsMadeWith) {
+   for (auto const& fresh :
+        {l3UnderlayEcmpProgrammerFactory(fcsd, stateDatabase, local),
+         L3UnderlayEcmpProgrammer::L3UnderlayEcmpProgrammerIs(fcsd, stateDatabase, local)}) {
+      EXPECT_EQ(fresh->fcsd(), fcsd);
+      EXPECT_EQ(fresh->kalloEm(), stateDatabase);
+      EXPECT_EQ(fresh->localEm(), local);
+      EXPECT_FALSE(fresh->l3EcmpNextHopTable());
+      EXPECT_FALSE(fresh->l3EcmpMemberTable());
+      EXPECT_FALSE(fresh->egrL3Oif2());
+      EXPECT_FALSE(fresh->chipInfo());
+   }
+}
+
+TEST_F(ProgrammerTest, PublishesItsAttributesByName) {
+   auto const& type = *Nuv::TypeInfo::find(L3UnderlayEcmpProgrammer::typeName());
+   std::vector<Pelm::String> names;
+   for (auto const& attribute : type.attributes()) {
+      names.emplace_back(attribute.name);
+      EXPECT_EQ(attribute.textIs, nullptr) << attribute.name;
+   }
+   EXPECT_THAT(names, ElementsAre("fcsd", "kalloEm", "localEm", "l3EcmpNextHopTable", "l3EcmpMemberTable",
+                                  "egrL3Oif2", "chipInfo", "defaultIngUnderlayFlow", "defaultEgrUnderlayFlow",
+                                  "l3IngUnderlayFlow", "l3EgrUnderlayFlow"));
+   auto published = [&](char const* name) { return type.attribute(name)->text(programmer.get()); };
+   EXPECT_EQ(published("fcsd"), Nuv::text(fcsd));
+   EXPECT_EQ(published("egrL3Oif2"), Nuv::text(interfaces));
+   EXPECT_EQ(published("l3EcmpMemberTable"), Nuv::text(programmer->l3EcmpMemberTable()));
+}
+
+TEST_F(ProgrammerTest, PublishesTheChipAndTheFlowsThatItNeverReads) {
+   auto const& type = *Nuv::TypeInfo::find(L3UnderlayEcmpProgrammer::typeName());
+   auto published = [&](char const* name) { return type.attribute(name)->text(programmer.get()); };
+   ASSERT_TRUE(programmer->chipInfo());
+   EXPECT_EQ(programmer->chipInfo()->info.sharedAllocators, chip->chipInfo().sharedAllocators);
+   EXPECT_EQ(published("chipInfo"), Nuv::text(programmer->chipInfo()));
+   for (auto const* name :
+        {"defaultIngUnderlayFlow", "defaultEgrUnderlayFlow", "l3IngUnderlayFlow", "l3EgrUnderlayFlow"}) {
+      EXPECT_EQ(published(name), "0x0") << name;
+   }
+   L3UnderlayEcmpProgrammer::Flow const flows[] = {l3ViaFactory(), l3ViaFactory(), l3ViaFactory(),
+                                                   l3ViaFactory()};
+   programmer->defaultIngUnderlayFlowIs(flows[0]);
+   programmer->defaultEgrUnderlayFlowIs(flows[1]);
+   programmer->l3IngUnderlayFlowIs(flows[2]);
+   programmer->l3EgrUnderlayFlowIs(flows[3]);
+   EXPECT_EQ(published("defaultIngUnderlayFlow"), Nuv::text(flows[0]));
+   EXPECT_EQ(published("defaultEgrUnderlayFlow"), Nuv::text(flows[1]));
+   EXPECT_EQ(published("l3IngUnderlayFlow"), Nuv::text(flows[2]));
+   EXPECT_EQ(published("l3EgrUnderlayFlow"), Nuv::text(flows[3]));
+   auto block = blockOf({viaOfKind(Brix::NextHopEntryType::drop)});
+   auto nextHops = programmer->l3EcmpNextHopTable();
+   nextHops->handles().forEach([&](auto const& handle) {
+      EXPECT_EQ(nextHops->ingL3NextHop2TableEntry(handle.key())->strengthProfileIndex, 5);
+      EXPECT_EQ(nextHops->egrL3NextHop2Entry(handle.key())->strengthProfileIndex, 9);
+   });
 }
 
 TEST_F(ProgrammerTest, TracesWhatItIsAskedAndWhatItDecides) {
@@ -236,67 +249,6 @@ TEST_F(ProgrammerTest, TracesWhatItIsAskedAndWhatItDecides) {
    EXPECT_EQ(trace.count(" dropNextHop"), 1u);
    programmer->initTables(chip->chipInfo());
    EXPECT_EQ(trace.count("initTables Allocating L3EcmpNextHop tables"), 1u);
-}
-
-TEST_F(ProgrammerTest, WritesOneDestinationFromInterfaceToGroup) {
-   interfaceIs(1, 0x11);
-   auto group = groupIs(7, blockOf({unicastVia(1, 1, 101), viaOfKind(Brix::NextHopEntryType::drop)}), 2);
-   loop.runUntilIdle();
-   ASSERT_THAT(rowsApplied, SizeIs(8));
-   EXPECT_EQ(rowsApplied[5], "L3UnderlayEcmpMember1Table written 0");
-   EXPECT_EQ(rowsApplied[6], "L3UnderlayEcmpMember1Table written 1");
-   EXPECT_EQ(rowsApplied[7], "L3EcmpGroup0Table written 0");
-
-   rowsApplied.clear();
-   groupDel(7);
-   group = nullptr;
-   loop.runUntilIdle();
-   ASSERT_THAT(rowsApplied, SizeIs(7));
-   EXPECT_EQ(rowsApplied[0], "L3EcmpGroup0Table cleared 0");
-   EXPECT_EQ(rowsApplied[1], "L3UnderlayEcmpMember1Table cleared 0");
-   EXPECT_EQ(rowsApplied[2], "L3UnderlayEcmpMember1Table cleared 1");
-}
-
-TEST_F(ProgrammerTest, SetTooLargeForABlockIsRefusedAndLeavesNothing) {
-   interfaceIs(1, 0x11);
-   auto set = l3ViaFactory();
-   for (unsigned number = 0; number < 65536; ++number) {
-      auto via = viaOfKind(Brix::NextHopEntryType::drop);
-      via.macAddr = Fendo::EthAddr::fromValue(number);
-      set->viaIs(via, 1);
-   }
-   chip->rowObserverIs({});
-   EXPECT_THROW(programmer->getEcmpBlockHandle(set, false), Nuv::Exception);
-   EXPECT_EQ(programmer->l3EcmpNextHopTable()->handles().size(), 0u);
-   loop.runUntilIdle();
-   EXPECT_EQ(programmer->l3EcmpNextHopTable()->indexAllocator()->holders(), 0u);
-   EXPECT_EQ(rowsPresent(), 1u);
-}
-
-TEST_F(ProgrammerTest, NewTablesDisturbNoRowThatIsInUse) {
-   interfaceIs(1, 0x11);
-   auto a = unicastVia(1, 1, 101);
-   auto before = blockOf({a});
-   auto group = groupIs(7, before, 1);
-   loop.runUntilIdle();
-   auto oldTable = programmer->l3EcmpMemberTable().get();
-   programmer->initTables(chip->chipInfo());
-   EXPECT_NE(programmer->l3EcmpMemberTable().get(), oldTable);
-   auto after = blockOf({a});
-   auto second = groupIs(8, after, 1);
-   loop.runUntilIdle();
-   EXPECT_NE(after, before);
-   before = nullptr;
-   groupDel(7);
-   group = nullptr;
-   loop.runUntilIdle();
-   auto other = blockOf({unicastVia(2, 1, 102)});
-   loop.runUntilIdle();
-   auto rows = ModelChip::followGroup(*chip, second->hwEntryIndex());
-   EXPECT_EQ(rows.problem, "");
-   ASSERT_THAT(rows.hops, SizeIs(1));
-   EXPECT_EQ(rows.hops[0].destinationId, 101);
-   EXPECT_EQ(rows.hops[0].dstMac.bytes[5], 1);
 }
 
 TEST_F(ProgrammerTest, PublishesTheHardwareTablesOfItsTables) {
@@ -352,9 +304,24 @@ TEST_F(ProgrammerTest, PublishesATableAsSoonAsItIsInitialised) {
 using ProgrammerDeathTest = ProgrammerTest;
 
 TEST_F(ProgrammerDeathTest, RefusesKindsThatMayNotReachTheUnderlay) {
-   for (unsigned type : {1, 5, 6, 7, 8, 9, 10, 12, 255}) {
-      EXPECT_DEATH(blockOf({viaOfKind(Brix::NextHopEntryType(type))}), "fillNextHopInfo:[0-9]+: .*\"0\"");
+   std::set<unsigned> const mayReachIt{0, 2, 3, 4, 11};
+   for (unsigned type = 0; type <= 255; ++type) {
+      auto via = viaOfKind(Brix::NextHopEntryType(type));
+      if (mayReachIt.contains(type)) {
+         EXPECT_TRUE(blockOf({via})) << type;
+      } else {
+         EXPECT_DEATH(blockOf({via}), "fillNextHopInfo:[0-9]+: .*\"0\"") << type;
+      }
    }
+}
+
+TEST_F(ProgrammerDeathTest, WantsTheInterfaceOfAUnicastVia) {
+   EXPECT_DEATH(blockOf({unicastVia(1, 5, 101)}), "expect a valid entryHandle, key: 5");
+}
+
+TEST_F(ProgrammerDeathTest, WantsABlock) {
+   programmer->l3EcmpMemberTable()->cleanup();
+   EXPECT_DEATH(blockOf({}), "\"ecmpBlockHandle\"");
 }
 
 TEST_F(ProgrammerDeathTest, WantsTheChipToBeKnown) {

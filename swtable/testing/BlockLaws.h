@@ -2,97 +2,15 @@
 
 #include "chip/model/Faults.h"
 #include "chip/model/testing/ChipTest.h"
+#include "swtable/testing/BlockDriver.h"
+#include "swtable/testing/EndingOrders.h"
 #include "tables/EgrL3Oif2.h"
 #include "tables/L3NextHop2Table.h"
 
 #include <algorithm>
-#include <memory>
 #include <numeric>
 
 namespace ZandorL3Tunnel {
-
-/// A block table as the laws of all block tables see it. A block is a list of handles, by position; a null
-/// one is a hole.
-class BlockDriver {
- public:
-   using Handle = Nuv::Ptr<Asic::SwTableBase::EntryHandle const>;
-   using Members = std::vector<Handle>;
-   using ResponseFunction = Asic::SwTableBase::ResponseFunction;
-   using EntryType = Asic::SwTable::EntryHandle::EntryType;
-
-   virtual ~BlockDriver() = default;
-
-   virtual Handle ref(Members const& members) = 0;
-   virtual Handle commit(Members const& members, ResponseFunction handler) = 0;
-   Handle commit(Members const& members) { return commit(members, {}); }
-   virtual Handle write(Members const& members, Asic::AutoRemoveType type) = 0;
-   virtual void remove(Members const& members) = 0;
-   virtual void removeAll() = 0;
-   virtual void handleBlock(Members const& members) = 0;
-   virtual bool has(Members const& members) const = 0;
-   virtual bool isWaiting(Members const& members) const = 0;
-   virtual bool isResolved(Members const& members) const = 0;
-   virtual EntryType entryType(Members const& members) const = 0;
-   virtual Asic::Index index(Members const& members) const = 0;
-   virtual std::size_t handles() const = 0;
-   virtual Asic::Index usedIndices() const = 0;
-   virtual Asic::SwTable& table() const = 0;
-};
-
-template <class T>
-class BlockTableDriver final : public BlockDriver {
- public:
-   /// `memberOf(handle)` is the member that points at `handle`.
-   using MemberOf = typename T::Entry (*)(Handle const& handle);
-
-   explicit BlockTableDriver(MemberOf memberOf) : memberOf_(memberOf) {}
-
-   Handle ref(Members const& members) override { return table_->entryBlockRef(block(members)); }
-   Handle commit(Members const& members, ResponseFunction handler) override {
-      return table_->entryBlockCommitWithResponseHandler(block(members), std::move(handler));
-   }
-   Handle write(Members const& members, Asic::AutoRemoveType type) override {
-      return table_->entryBlockWrite(block(members), type);
-   }
-   void remove(Members const& members) override { table_->entryBlockRemove(block(members)); }
-   void removeAll() override { table_->entryBlockRemoveAll(); }
-   void handleBlock(Members const& members) override { table_->handleEntryBlock(block(members)); }
-   bool has(Members const& members) const override { return table_->entryBlockHas(block(members)); }
-   bool isWaiting(Members const& members) const override {
-      return table_->unresolvedEntryBlock(block(members)) != nullptr;
-   }
-   bool isResolved(Members const& members) const override {
-      return table_->resolvedEntryBlockHas(block(members));
-   }
-   EntryType entryType(Members const& members) const override {
-      return table_->entryHandle(block(members))->entryType();
-   }
-   Asic::Index index(Members const& members) const override {
-      return table_->hwIndexOnlyForCrossAgentCommunication(block(members));
-   }
-   std::size_t handles() const override { return table_->handles().size(); }
-   Asic::Index usedIndices() const override { return table_->indexAllocator()->used(); }
-   Asic::SwTable& table() const override { return *table_; }
-
- private:
-   typename T::EntryBlock block(Members const& members) const {
-      typename T::EntryBlock block;
-      for (Asic::Index position = 0; position < members.size(); ++position) {
-         if (members[position]) {
-            block.entryIs(position, memberOf_(members[position]));
-         }
-      }
-      return block;
-   }
-
-   MemberOf memberOf_;
-   Nuv::Ptr<T> table_ = Nuv::make<T>();
-};
-
-struct BlockDriverFactory {
-   char const* hwTable;
-   std::unique_ptr<BlockDriver> (*make)();
-};
 
 /// What holds for every block table: one suite, which each one instantiates with a `BlockDriverFactory`.
 /// Blocks are made of real next hops. When a test ends, everything is let go, and nothing may be left.
@@ -317,14 +235,90 @@ TEST_P(BlockLaws, WaitsForItsNextHopsFailsWithThemAndRecovers) {
 TEST_P(BlockLaws, FailsRecoversAndFailsAgainWhileItWaits) {
    auto first = nextHop(1, interfaceOutside);
    auto second = nextHop(2, interfaceOutside);
-   auto handle = blocks->ref({first, second});
-   Watch watch(*handle);
+   std::vector<State> heard;
+   auto block = Members{first, second};
+   auto handle = blocks->commit(block, [&](State state) { heard.push_back(state); });
    nextHop(1);
    loop.runUntilIdle();
    EXPECT_EQ(handle->entryState(), State::failedNeededEntry) << "the other has failed still";
+   faults->holdAnswers();
+   nextHop(2);
+   EXPECT_EQ(handle->entryState(), State::unresolved) << "nobody has failed, one is on its way";
+   nextHop(2, interfaceOutside);
+   EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
+   faults->stop();
+   loop.runUntilIdle();
    nextHop(2);
    loop.runUntilIdle();
    EXPECT_EQ(handle->entryState(), State::success);
+   EXPECT_THAT(heard, testing::ElementsAre(State::failedNeededEntry, State::failedNeededEntry,
+                                           State::inProgress, State::success));
+   EXPECT_THAT(memberRowsApplied(), testing::ElementsAre("written 0", "written 1"));
+}
+
+TEST_P(BlockLaws, TwoTablesTakeTheirRunsFromOneAllocator) {
+   auto others = GetParam().make();
+   others->table().doInit(unit, stateDatabase, chip->chipInfo());
+   auto shared = members({1, 2});
+   auto here = blocks->ref(shared);
+   auto there = others->ref(shared);
+   auto apart = others->ref(members({3, 4, 5}));
+   loop.runUntilIdle();
+   EXPECT_EQ(here->hwEntryIndex(), there->hwEntryIndex()) << "equal blocks are one run";
+   EXPECT_EQ(apart->hwEntryIndex(), 2u);
+   EXPECT_EQ(blocks->usedIndices(), 5u);
+   auto refused = blocks->ref(members({1, 2, 3, 4}));
+   EXPECT_EQ(refused->entryState(), State::failed) << "what another table has is taken";
+   refused = nullptr;
+   rowsApplied.clear();
+   here = nullptr;
+   loop.runUntilIdle();
+   EXPECT_THAT(memberRowsApplied(), testing::IsEmpty()) << "the rows are the later writer's";
+   EXPECT_EQ(blocks->usedIndices(), 5u) << "the run has another user";
+   there = apart = nullptr;
+   EXPECT_EQ(blocks->usedIndices(), 0u);
+   loop.runUntilIdle();
+   here = blocks->ref(members({1, 2, 3, 4, 5, 6, 7, 8}));
+   loop.runUntilIdle();
+   EXPECT_TRUE(here->isHwIndexValid());
+}
+
+TEST_P(BlockLaws, TracesACommitFromWriteToEnd) {
+   auto block = members({1, 2});
+   loop.runUntilIdle();
+   Pelm::String const name = blocks->table().tblName();
+   Trace::TraceCapture trace(_defaultTraceHandle());
+   blocks->commit(block);
+   for (auto const* text :
+        {" entryBlockCommit : Writing new entry : None", " UnresolvedEntry resolved at entryBlock  : None"}) {
+      EXPECT_EQ(trace.count(name + text), 1u) << text;
+   }
+   for (auto const* function : {"handleEntry ", "hwTableEntryIs "}) {
+      EXPECT_EQ(trace.count(function + name + " : key: None"), 1u) << function;
+   }
+   EXPECT_EQ(
+         trace.count("Initializing unresolved entry block: all needed entry handles are already resolved, "
+                     "_ueb : None"),
+         1u);
+   EXPECT_EQ(trace.count(name + " entryhandle state: success, key : None"), 1u);
+   trace.clear();
+   blocks->commit(block);
+   EXPECT_EQ(trace.count(name + " entryBlockCommit : Found an existing entry : None"), 1u);
+   blocks->ref(block);
+   EXPECT_EQ(trace.count(name + " entryBlockRef : Found an existing entry : None"), 1u);
+   EXPECT_EQ(trace.count(" : Writing new entry : "), 0u);
+   trace.clear();
+   blocks->remove(block);
+   EXPECT_EQ(trace.count(name + " : Removing entry at key : None, entryType:committed, refCnt:1"), 1u);
+   EXPECT_EQ(trace.count(name + " : entryhandle cleanup, eh : 0x"), 1u);
+   EXPECT_EQ(trace.count(", key :None"), 1u);
+   EXPECT_EQ(trace.count("hwTableEntryDel " + name + " : key: None"), 1u);
+   EXPECT_EQ(trace.count("delete dance"), 0u) << "blocks end at once";
+   trace.clear();
+   blocks->remove(block);
+   EXPECT_THAT(trace.lines(), testing::ElementsAre(name + " : Found no committed entry at key : None"));
+   blocks->ref(block);
+   EXPECT_EQ(trace.count(name + " entryBlockRef : Writing new entry : None"), 1u);
 }
 
 TEST_P(BlockLaws, WithoutARunItFailsIsCountedAndHoldsNothing) {
@@ -406,48 +400,58 @@ TEST_P(BlockLaws, ATableTakenDownClearsItsRowsAndLeavesHandlesInert) {
    EXPECT_FALSE(blocks->ref(block));
 }
 
-TEST_P(BlockLaws, HandleTableAndChipMayEndInAnyOrder) {
-   Pelm::String order = "bcht";
-   do {
-      for (int steps : {0, 1, 2, 100}) {
-         auto ownDatabase = Nuv::make<Kallo::EntityManager>();
-         auto ownChip = Nuv::make<ModelChip::Chip>(loop);
-         ownChip->publish(*ownDatabase, unit);
-         auto ownInterfaces = egrL3Oif2Factory("EgrL3Oif2");
-         auto ownNextHops = l3NextHop2TableFactory();
-         auto own = GetParam().make();
-         ownInterfaces->doInit(unit, ownDatabase, ownChip->chipInfo());
-         ownNextHops->doInit(unit, ownDatabase, ownChip->chipInfo());
-         own->table().doInit(unit, ownDatabase, ownChip->chipInfo());
-         EgrL3NextHop2::Entry egr;
-         egr.l3Oif2Handle = ownInterfaces->entryCommit(1, {});
-         auto handle = own->ref({ownNextHops->entryRef({}, {}, egr)});
-         egr = {};
-         ownDatabase = nullptr;
-         for (int step = 0; step < steps; ++step) {
-            loop.runOne();
-         }
-         for (char part : order) {
-            switch (part) {
-            case 'b':
-               own = nullptr;
-               break;
-            case 'c':
-               ownChip = nullptr;
-               break;
-            case 'h':
-               handle = nullptr;
-               break;
-            default:
-               ownNextHops = nullptr;
-               ownInterfaces = nullptr;
-               break;
-            }
-            loop.runOne();
-         }
-         loop.runUntilIdle();
+/// A block table on a chip of its own, and a handle of a block after so many steps of the loop.
+struct BlockTableToEnd {
+   enum Part { theBlocks, theChip, theHandle, whatItNeeds, parts };
+
+   BlockTableToEnd(BlockDriverFactory const& factory, Nuv::ReactionLoop& on, int steps) : loop(on) {
+      auto stateDatabase = Nuv::make<Kallo::EntityManager>();
+      chip->publish(*stateDatabase, 0);
+      interfaces->doInit(0, stateDatabase, chip->chipInfo());
+      nextHops->doInit(0, stateDatabase, chip->chipInfo());
+      blocks = factory.make();
+      blocks->table().doInit(0, stateDatabase, chip->chipInfo());
+      EgrL3NextHop2::Entry egr;
+      egr.l3Oif2Handle = interfaces->entryCommit(1, {});
+      handle = blocks->ref({nextHops->entryRef({}, {}, egr)});
+      for (int step = 0; step < steps; ++step) {
+         loop.runOne();
       }
-   } while (std::next_permutation(order.begin(), order.end()));
+   }
+   ~BlockTableToEnd() { loop.runUntilIdle(); }
+
+   void end(unsigned part) {
+      switch (part) {
+      case theBlocks:
+         blocks = nullptr;
+         break;
+      case theChip:
+         chip = nullptr;
+         break;
+      case theHandle:
+         handle = nullptr;
+         break;
+      default:
+         nextHops = nullptr;
+         interfaces = nullptr;
+         break;
+      }
+   }
+   void turn() const { loop.runOne(); }
+
+   Nuv::ReactionLoop& loop;
+   Nuv::Ptr<ModelChip::Chip> chip = Nuv::make<ModelChip::Chip>(loop);
+   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
+   Nuv::Ptr<L3NextHop2Table> nextHops = l3NextHop2TableFactory();
+   std::unique_ptr<BlockDriver> blocks;
+   BlockDriver::Handle handle;
+};
+
+TEST_P(BlockLaws, HandleTableAndChipMayEndInAnyOrder) {
+   for (int steps : {0, 1, 2, 100}) {
+      endInEveryOrder(BlockTableToEnd::parts,
+                      [&] { return std::make_unique<BlockTableToEnd>(GetParam(), loop, steps); });
+   }
 }
 
 /// The same with as many rows as a chip has usually.

@@ -23,6 +23,9 @@ class TableDriver {
    virtual void remove(unsigned key) = 0;
    virtual void removeAll() = 0;
 
+   /// Values from now on need that entry as well as what they are, in a table whose entries need others.
+   virtual void neededIs(Handle const& needed) = 0;
+
    /// The handle at the key, or null, and its type.
    virtual Handle handle(unsigned key) const = 0;
    virtual EntryType entryType(unsigned key) const = 0;
@@ -48,7 +51,8 @@ struct TableDriverFactory {
 
 /// The driver of a keyed table. `Traits` should have the table's type `T`, hold what entries need
 /// (default-constructed, then `init(chip, stateDatabase)`), and make a key and an entry of a number:
-/// `key(number)`, `entry(number)`, and the table itself: `make()`.
+/// `key(number)`, `entry(number)`, and the table itself: `make()`. Entries that need one of another table
+/// need that of the handle `needed`.
 template <class Traits>
 class KeyedTableDriver final : public TableDriver {
    using T = typename Traits::T;
@@ -71,6 +75,11 @@ class KeyedTableDriver final : public TableDriver {
    }
    void remove(unsigned key) override { table_->entryRemove(traits_.key(key)); }
    void removeAll() override { table_->entryRemoveAll(); }
+   void neededIs(Handle const& needed) override {
+      if constexpr (requires { traits_.needed; }) {
+         traits_.needed = needed;
+      }
+   }
    Handle handle(unsigned key) const override { return table_->entryHandle(traits_.key(key)); }
    EntryType entryType(unsigned key) const override {
       return table_->entryHandle(traits_.key(key))->entryType();

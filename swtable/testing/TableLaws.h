@@ -3,6 +3,7 @@
 #include "chip/model/Faults.h"
 #include "chip/model/Memory.h"
 #include "chip/model/testing/ChipTest.h"
+#include "swtable/testing/EndingOrders.h"
 #include "swtable/testing/TableDriver.h"
 
 #include <algorithm>
@@ -344,57 +345,69 @@ TEST_P(RestartLaws, RowsThatOutliveTheirTableAreKnownAgainAndPurged) {
    EXPECT_EQ(rows.rowsPresent(), 0u);
 }
 
+/// A table on a chip and a loop of its own, and a handle of an entry that has come as far as `progress`.
+struct TableToEnd {
+   enum Part { aChip, aHandle, aLoop, aTable, parts };
+   enum Progress { written, applied, answered, rewritten, inDeletion, refused, progresses };
+
+   TableToEnd(TableDriverFactory const& factory, int progress) {
+      auto stateDatabase = Nuv::make<Kallo::EntityManager>();
+      auto faults = Nuv::make<ModelChip::Faults>();
+      chip->publish(*stateDatabase, 0);
+      chip->faultsIs(faults);
+      table = factory.make(*chip, stateDatabase);
+      handle = table->ref(1, 1);
+      table->commit(2, 2);
+      if (progress == applied) {
+         loop->runOne();
+      } else if (progress != written) {
+         loop->runUntilIdle();
+      }
+      if (progress == refused) {
+         faults->refuse({table->hwTableName(), {}, {}});
+      }
+      if (progress == rewritten || progress == refused) {
+         table->ref(1, 3);
+      }
+      if (progress == inDeletion || progress == refused) {
+         table->remove(2);
+      }
+   }
+
+   void end(unsigned part) {
+      switch (part) {
+      case aChip:
+         chip = nullptr;
+         break;
+      case aHandle:
+         handle = nullptr;
+         break;
+      case aLoop:
+         loop = nullptr;
+         break;
+      default:
+         table = nullptr;
+         break;
+      }
+   }
+
+   void turn() const {
+      if (loop) {
+         loop->runOne();
+      }
+   }
+
+   std::unique_ptr<Nuv::ReactionLoop> loop = std::make_unique<Nuv::ReactionLoop>();
+   Nuv::Ptr<ModelChip::Chip> chip = Nuv::make<ModelChip::Chip>(*loop);
+   std::unique_ptr<TableDriver> table;
+   TableDriver::Handle handle;
+};
+
 // The table is let go last of all by whatever holds it; that nothing is left is for the sanitizers to see.
 TEST_P(TableLaws, HandleTableChipAndLoopMayEndInAnyOrder) {
-   enum Progress { written, applied, answered, rewritten, inDeletion, refused, progresses };
-   Pelm::String order = "chlt";
-   do {
-      for (int progress = written; progress < progresses; ++progress) {
-         auto ownLoop = std::make_unique<Nuv::ReactionLoop>();
-         auto ownDatabase = Nuv::make<Kallo::EntityManager>();
-         auto ownChip = Nuv::make<ModelChip::Chip>(*ownLoop);
-         ownChip->publish(*ownDatabase, unit);
-         auto ownFaults = Nuv::make<ModelChip::Faults>();
-         ownChip->faultsIs(ownFaults);
-         auto own = GetParam().make(*ownChip, ownDatabase);
-         auto handle = own->ref(1, 1);
-         own->commit(2, 2);
-         if (progress == applied) {
-            ownLoop->runOne();
-         } else if (progress != written) {
-            ownLoop->runUntilIdle();
-         }
-         if (progress == refused) {
-            ownFaults->refuse({hardwareName, {}, {}});
-         }
-         if (progress == rewritten || progress == refused) {
-            own->ref(1, 3);
-         }
-         if (progress == inDeletion || progress == refused) {
-            own->remove(2);
-         }
-         ownDatabase = nullptr;
-         for (char part : order) {
-            switch (part) {
-            case 'c':
-               ownChip = nullptr;
-               break;
-            case 'h':
-               handle = nullptr;
-               break;
-            case 'l':
-               ownLoop = nullptr;
-               break;
-            default:
-               own = nullptr;
-               break;
-            }
-            if (ownLoop) {
-               ownLoop->runOne();
-            }
-         }
-      }
-   } while (std::next_permutation(order.begin(), order.end()));
+   for (int progress = 0; progress < TableToEnd::progresses; ++progress) {
+      endInEveryOrder(TableToEnd::parts, [&] { return std::make_unique<TableToEnd>(GetParam(), progress); });
+   }
 }
 
 } // namespace ZandorL3Tunnel

@@ -4,6 +4,8 @@
 #include "tables/L3NextHop2Table.h"
 #include "tables/L3UnderlayEcmpMember1Table.h"
 
+#include <algorithm>
+
 namespace ZandorL3Tunnel {
 namespace {
 
@@ -127,6 +129,64 @@ TEST_F(BlockTableTest, HoleIsWrittenAsAnEmptyRow) {
    EXPECT_THAT(memberRowsApplied(), ElementsAre("written 0", "written 1", "written 2"));
    EXPECT_THAT(chip->table(memberTable)->row(1), ElementsAre(0u, 0u));
    EXPECT_TRUE(handle->isHwIndexValid());
+}
+
+TEST_F(BlockTableTest, BlocksWithHolesThatAreFilledInAnyOrderAreOne) {
+   std::vector<Handle> hops{nextHopTo(1), nextHopTo(2), nextHopTo(3)};
+   std::vector<std::pair<Asic::Index, std::size_t>> places{{1, 0}, {4, 1}, {6, 2}};
+   auto first = blocks->entryBlockRef(Block());
+   for (bool isResolved : {false, true}) {
+      first = nullptr;
+      do {
+         Block block;
+         for (auto [position, hop] : places) {
+            memberIs(block, position, hops[hop]);
+            memberIs(block, 2, hops[hop]);
+         }
+         block.entryDel(2);
+         auto handle = blocks->entryBlockRef(block);
+         EXPECT_TRUE(!first || handle == first);
+         first = handle;
+      } while (std::next_permutation(places.begin(), places.end()));
+      EXPECT_EQ(first->entryState(), isResolved ? State::success : State::unresolved);
+      EXPECT_EQ(blocks->handles().size(), 1u);
+      loop.runUntilIdle();
+   }
+   EXPECT_EQ(blocks->indexAllocator()->used(), 7u);
+   EXPECT_TRUE(first->isHwIndexValid());
+}
+
+TEST_F(BlockTableTest, BlocksThatDifferInAStrengthProfileHaveRunsOfTheirOwn) {
+   auto plain = blockOf({nextHopTo(1), nextHopTo(2)});
+   auto strong = plain;
+   auto member = strong.entry(1);
+   member.strengthProfile = 3;
+   strong.entryIs(1, member);
+   auto first = blocks->entryBlockRef(plain);
+   auto second = blocks->entryBlockRef(strong);
+   EXPECT_NE(first, second);
+   loop.runUntilIdle();
+   EXPECT_EQ(first->hwEntryIndex(), 0u);
+   EXPECT_EQ(second->hwEntryIndex(), 2u);
+   namespace Layout = ModelChip::L3UnderlayEcmpMember1Table;
+   EXPECT_EQ(Layout::strengthProfile.unpack(chip->table(memberTable)->row(1)), 0u);
+   EXPECT_EQ(Layout::strengthProfile.unpack(chip->table(memberTable)->row(3)), 3u);
+}
+
+TEST_F(BlockTableTest, ABlockWithoutARunIsTriedAgainByWhoProgramsItOnceMore) {
+   auto hop = nextHopTo(1);
+   loop.runUntilIdle();
+   auto large = blocks->entryBlockRef(blockOf({hop, hop, hop, hop, hop, hop, hop}));
+   auto block = blockOf({hop, hop});
+   auto refused = blocks->entryBlockRef(block);
+   EXPECT_EQ(refused->entryState(), State::failed);
+   large = nullptr;
+   EXPECT_EQ(refused->entryState(), State::failed);
+   blocks->handleEntryBlock(block);
+   loop.runUntilIdle();
+   EXPECT_EQ(refused->entryState(), State::success);
+   EXPECT_TRUE(refused->isHwIndexValid());
+   EXPECT_EQ(refused->hwEntryIndex(), 0u);
 }
 
 TEST_F(BlockTableTest, EmptyBlockSucceedsWithoutARow) {
@@ -287,6 +347,32 @@ TEST_F(BlockTableTest, RunStaysTakenWhileAnotherTableUsesTheSameBlock) {
    EXPECT_EQ(blocks->indexAllocator()->used(), 0u);
    loop.runUntilIdle();
    EXPECT_EQ(chip->table(memberTable)->rowsPresent(), 0u);
+}
+
+using BlockTableDeathTest = BlockTableTest;
+
+TEST_F(BlockTableDeathTest, ATableSyncsBeforeItsFirstBlockAndWithItsHardware) {
+   auto block = blocks->entryBlockRef(Block());
+   EXPECT_DEATH(blocks->syncEntries(), "SwTableAccessor:[0-9]+: .*!swTable_->resolvedEntryBlocks\\(\\)");
+   EXPECT_DEATH(l3UnderlayEcmpMember1TableFactory()->syncEntries(),
+                "SwTableAccessor:[0-9]+: .*hwTable\\(\\)");
+}
+
+TEST_F(BlockTableDeathTest, WhatWaitsDoesNotResolve) {
+   auto block = blockOf({nextHopTo(1)});
+   auto handle = blocks->entryBlockRef(block);
+   auto waiting = blocks->unresolvedEntryBlock(block);
+   ASSERT_TRUE(waiting);
+   EXPECT_DEATH(waiting->doResolve(), "SwTableAccessor:[0-9]+: .*ue->neededEntryHandleSms\\(\\) == "
+                                      "0.*function should not have been called");
+}
+
+TEST_F(BlockTableDeathTest, ACommittedBlockDoesNotEnd) {
+   auto block = blockOf({nextHopTo(1)});
+   blocks->entryBlockCommit(block);
+   auto& handle = const_cast<L3UnderlayEcmpMember1Table::EntryHandle&>(*blocks->entryHandle(block));
+   EXPECT_DEATH(handle.referenceDel(), "eh->entryType\\(\\) == EntryHandle::referenceOnly\\(\\).*unexpected "
+                                       "entryType");
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
+#include "swtable/testing/InterfaceTest.h"
 #include "tables/L3EcmpGroup0Table.h"
 #include "tables/L3UnderlayEcmpMember1Table.h"
 
@@ -11,13 +10,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Type = EgrL3Oif2::EntryHandle::EntryType;
 
-EgrL3Oif2::Entry
-interfaceOf(std::uint8_t mac) {
-   EgrL3Oif2::Entry entry;
-   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
-   return entry;
-}
-
 ZandorL3Common::L3AdjIdKey
 adjacency(std::uint32_t id) {
    ZandorL3Common::L3AdjIdKey key;
@@ -25,10 +17,8 @@ adjacency(std::uint32_t id) {
    return key;
 }
 
-class DeleteDanceTest : public ModelChip::ChipTest {
+class DeleteDanceTest : public InterfaceTest {
  protected:
-   DeleteDanceTest() { table->doInit(unit, stateDatabase, chip->chipInfo()); }
-
    /// An entry in hardware that nobody holds any more, its row's delete queued.
    void entryInDeletion() {
       table->entryCommit(3, interfaceOf(7));
@@ -37,18 +27,6 @@ class DeleteDanceTest : public ModelChip::ChipTest {
       ASSERT_TRUE(table->entryHas(3));
       ASSERT_EQ(table->entryHandle(3)->entryType(), Type::inDeletion);
    }
-
-   void expectNothingLeft() {
-      loop.runUntilIdle();
-      EXPECT_EQ(table->handles().size(), 0u);
-      EXPECT_EQ(rowsPresent(), 0u);
-   }
-
-   std::uint8_t macInRow(Asic::Index index) const {
-      return std::uint8_t(ModelChip::EgrL3Oif2::srcMac.unpack(chip->table("EgrL3Oif2")->row(index)));
-   }
-
-   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
 };
 
 TEST_F(DeleteDanceTest, HandleStaysInDeletionUntilTheChipHasClearedTheRow) {
@@ -194,47 +172,64 @@ TEST_F(DeleteDanceTest, TheTableMayGoMeanwhile) {
    EXPECT_EQ(rowsPresent(), 0u);
 }
 
-TEST_F(DeleteDanceTest, AnIndexOfTheTablesOwnGoesBackWhenTheRowIsCleared) {
-   auto members = l3UnderlayEcmpMember1TableFactory();
-   members->doInit(unit, stateDatabase, chip->chipInfo());
-   auto groups = l3EcmpGroup0TableFactory("groups");
-   groups->doInit(unit, stateDatabase, chip->chipInfo());
+/// Groups, which have indices of their own.
+class GroupDeleteDanceTest : public ModelChip::ChipTest {
+ protected:
+   GroupDeleteDanceTest() {
+      members->doInit(unit, stateDatabase, chip->chipInfo());
+      groups->doInit(unit, stateDatabase, chip->chipInfo());
+      group.ecmpBlockPtrHandle = members->entryBlockRef({});
+      groups->entryCommit(adjacency(1), group);
+      loop.runUntilIdle();
+      groups->entryRemove(adjacency(1));
+      EXPECT_EQ(groups->indexAllocator()->used(), 1u);
+   }
+
+   void TearDown() override {
+      loop.runUntilIdle();
+      EXPECT_EQ(groups->indexAllocator()->used(), 0u);
+      EXPECT_EQ(groups->handles().size(), 0u);
+      EXPECT_EQ(rowsPresent(), 0u);
+   }
+
+   Nuv::Ptr<L3UnderlayEcmpMember1Table> members = l3UnderlayEcmpMember1TableFactory();
+   Nuv::Ptr<L3EcmpGroup0Table> groups = l3EcmpGroup0TableFactory("groups");
    L3EcmpGroup0Table::Entry group;
-   group.ecmpBlockPtrHandle = members->entryBlockRef({});
-   groups->entryCommit(adjacency(1), group);
-   loop.runUntilIdle();
-   groups->entryRemove(adjacency(1));
-   EXPECT_EQ(groups->indexAllocator()->used(), 1u);
+};
+
+TEST_F(GroupDeleteDanceTest, AnIndexOfTheTablesOwnGoesBackWhenTheRowIsCleared) {
    auto other = groups->entryCommit(adjacency(2), group);
    EXPECT_EQ(other->hwEntryIndex(), 1u);
    loop.runUntilIdle();
    EXPECT_EQ(groups->indexAllocator()->used(), 1u);
    groups->entryRemove(adjacency(2));
-   other = nullptr;
-   loop.runUntilIdle();
-   EXPECT_EQ(groups->indexAllocator()->used(), 0u);
-   EXPECT_EQ(groups->handles().size(), 0u);
 }
 
-TEST_F(DeleteDanceTest, AnIndexIsKeptByWhoTakesTheEntryBackIntoUse) {
-   auto members = l3UnderlayEcmpMember1TableFactory();
-   members->doInit(unit, stateDatabase, chip->chipInfo());
-   auto groups = l3EcmpGroup0TableFactory("groups");
-   groups->doInit(unit, stateDatabase, chip->chipInfo());
-   L3EcmpGroup0Table::Entry group;
-   group.ecmpBlockPtrHandle = members->entryBlockRef({});
-   groups->entryCommit(adjacency(1), group);
-   loop.runUntilIdle();
-   groups->entryRemove(adjacency(1));
+TEST_F(GroupDeleteDanceTest, AnIndexIsKeptByWhoTakesTheEntryBackIntoUse) {
    auto handle = groups->entryRef(adjacency(1), group);
    EXPECT_EQ(handle->hwEntryIndex(), 0u);
    loop.runUntilIdle();
    EXPECT_EQ(handle->entryState(), State::success);
-   handle = nullptr;
+}
+
+TEST_F(GroupDeleteDanceTest, ItGoesOnWhenWhoTookTheEntryBackLeavesBeforeItHasARowAgain) {
+   // A block of two whose next hop waits for nothing that comes: the group waits for it.
+   L3UnderlayEcmpMember1Table::EntryBlock block;
+   L3UnderlayEcmpMember1Table::Entry member;
+   auto interfaces = egrL3Oif2Factory(EgrL3Oif2::typeName());
+   member.underlayEcmpNextHopIndexHandle = interfaces->entryCommit(1, {});
+   block.entryIs(0, member);
+   auto waiting = group;
+   waiting.ecmpBlockPtrHandle = members->entryBlockRef(block);
+   groups->entryCommit(adjacency(1), waiting);
+   groups->entryRemove(adjacency(1));
+   ASSERT_TRUE(groups->entryHas(adjacency(1)));
+   EXPECT_EQ(groups->entryHandle(adjacency(1))->entryType(), Type::inDeletion);
+   auto other = groups->entryCommit(adjacency(2), group);
+   EXPECT_EQ(other->hwEntryIndex(), 1u) << "the row at 0 is not cleared yet";
    loop.runUntilIdle();
-   EXPECT_EQ(groups->indexAllocator()->used(), 0u);
-   EXPECT_EQ(groups->handles().size(), 0u);
-   EXPECT_EQ(rowsPresent(), 0u);
+   EXPECT_FALSE(groups->entryHas(adjacency(1)));
+   groups->entryRemove(adjacency(2));
 }
 
 } // namespace

@@ -1,22 +1,13 @@
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
+#include "swtable/testing/InterfaceTest.h"
 
 #include <set>
 
 namespace ZandorL3Tunnel {
 namespace {
 
-EgrL3Oif2::Entry
-interfaceOf(std::uint8_t mac) {
-   EgrL3Oif2::Entry entry;
-   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
-   return entry;
-}
-
-class EntryIteratorTest : public ModelChip::ChipTest {
+class EntryIteratorTest : public InterfaceTest {
  protected:
    EntryIteratorTest() {
-      table->doInit(unit, stateDatabase, chip->chipInfo());
       for (Asic::Index index = 1; index <= 50; ++index) {
          table->entryCommit(index, interfaceOf(std::uint8_t(index)));
       }
@@ -30,8 +21,6 @@ class EntryIteratorTest : public ModelChip::ChipTest {
       }
       return keys;
    }
-
-   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
 };
 
 TEST_F(EntryIteratorTest, MeetsEveryEntryOnce) {

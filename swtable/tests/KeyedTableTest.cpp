@@ -1,5 +1,4 @@
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
+#include "swtable/testing/InterfaceTest.h"
 
 namespace ZandorL3Tunnel {
 namespace {
@@ -8,25 +7,7 @@ using ModelChip::StateWatch;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-EgrL3Oif2::Entry
-interfaceOf(std::uint8_t mac) {
-   EgrL3Oif2::Entry entry;
-   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
-   return entry;
-}
-
-class KeyedTableTest : public ModelChip::ChipTest {
- protected:
-   explicit KeyedTableTest(ModelChip::Chip::Sizes const& sizes = {}) : ChipTest(sizes) {
-      table->doInit(unit, stateDatabase, chip->chipInfo());
-   }
-
-   std::uint8_t macInRow(Asic::Index index) const {
-      return std::uint8_t(ModelChip::EgrL3Oif2::srcMac.unpack(chip->table("EgrL3Oif2")->row(index)));
-   }
-
-   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
-};
+using KeyedTableTest = InterfaceTest;
 
 TEST_F(KeyedTableTest, ReportsSuccessOnlyWhenTheChipHasAnswered) {
    auto handle = table->entryCommit(3, interfaceOf(7));

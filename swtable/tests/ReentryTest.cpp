@@ -1,18 +1,10 @@
-#include "chip/model/testing/ChipTest.h"
+#include "swtable/testing/InterfaceTest.h"
 #include "tables/EgrL3NextHop2.h"
-#include "tables/EgrL3Oif2.h"
 
 namespace ZandorL3Tunnel {
 namespace {
 
 using testing::ElementsAre;
-
-EgrL3Oif2::Entry
-interfaceOf(std::uint8_t mac) {
-   EgrL3Oif2::Entry entry;
-   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
-   return entry;
-}
 
 /// Does something when the handle's index is valid no longer: on the way out of its table.
 class EndWatch final : public Asic::SwTableBase::EntryHandle::Notifiee {
@@ -36,15 +28,9 @@ class EndWatch final : public Asic::SwTableBase::EntryHandle::Notifiee {
    std::function<void()> onEnd_;
 };
 
-class ReentryTest : public ModelChip::ChipTest {
+class ReentryTest : public InterfaceTest {
  protected:
-   ReentryTest() : ChipTest({{"EgrL3Oif2", 16384}}) { table->doInit(unit, stateDatabase, chip->chipInfo()); }
-
-   std::uint8_t macInRow(Asic::Index index) const {
-      return std::uint8_t(ModelChip::EgrL3Oif2::srcMac.unpack(chip->table("EgrL3Oif2")->row(index)));
-   }
-
-   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
+   ReentryTest() : InterfaceTest({{"EgrL3Oif2", 16384}}) {}
 };
 
 TEST_F(ReentryTest, KeyWrittenAnewByAnObserverOfItsEndIsTakenBackIntoUse) {

@@ -1,6 +1,5 @@
-#include "chip/model/testing/ChipTest.h"
+#include "swtable/testing/InterfaceTest.h"
 #include "tables/EgrL3NextHop2.h"
-#include "tables/EgrL3Oif2.h"
 
 namespace ZandorL3Tunnel {
 namespace {
@@ -8,22 +7,12 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-EgrL3Oif2::Entry
-interfaceOf(std::uint8_t mac) {
-   EgrL3Oif2::Entry entry;
-   entry.srcMacAddress = {{2, 0, 0, 0, 0, mac}};
-   return entry;
-}
-
-class ResponseHandlerTest : public ModelChip::ChipTest {
+class ResponseHandlerTest : public InterfaceTest {
  protected:
-   ResponseHandlerTest() { table->doInit(unit, stateDatabase, chip->chipInfo()); }
-
    Asic::SwTableBase::ResponseFunction writeDown() {
       return [this](State state) { heard.push_back(state); };
    }
 
-   Nuv::Ptr<EgrL3Oif2> table = egrL3Oif2Factory("EgrL3Oif2");
    std::vector<State> heard;
 };
 

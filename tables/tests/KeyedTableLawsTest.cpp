@@ -1,5 +1,6 @@
 #include "platform/asic/DontCareHandle.h"
 #include "swtable/testing/TableLaws.h"
+#include "swtable/testing/WaitingLaws.h"
 #include "tables/EgrL3NextHop2.h"
 #include "tables/EgrL3Oif2.h"
 #include "tables/IngL3NextHop2Table.h"
@@ -36,12 +37,14 @@ struct IngressTraits : IndexTraits<IngL3NextHop2Table> {
 };
 
 struct EgressTraits : IndexTraits<EgrL3NextHop2> {
-   static EgrL3NextHop2::Entry entry(unsigned number) {
+   EgrL3NextHop2::Entry entry(unsigned number) const {
       EgrL3NextHop2::Entry entry;
-      entry.l3Oif2Handle = SwTableWorkaround::dontCareHandle(0);
+      entry.l3Oif2Handle = needed;
       entry.dstMacAddress = {{2, 0, 0, 0, 0, std::uint8_t(number)}};
       return entry;
    }
+
+   Asic::NeededHandle needed = SwTableWorkaround::dontCareHandle(0);
 };
 
 struct GroupTraits {
@@ -49,7 +52,7 @@ struct GroupTraits {
 
    void init(ModelChip::Chip& chip, Nuv::Ptr<Kallo::EntityManager> const& stateDatabase) {
       members->doInit(0, stateDatabase, chip.chipInfo());
-      empty = members->entryBlockRef({});
+      needed = members->entryBlockRef({});
    }
    static ZandorL3Common::L3AdjIdKey key(unsigned number) {
       ZandorL3Common::L3AdjIdKey key;
@@ -58,7 +61,7 @@ struct GroupTraits {
    }
    L3EcmpGroup0Table::Entry entry(unsigned number) const {
       L3EcmpGroup0Table::Entry entry;
-      entry.ecmpBlockPtrHandle = empty;
+      entry.ecmpBlockPtrHandle = needed;
       entry.lbMode = number;
       return entry;
    }
@@ -66,7 +69,7 @@ struct GroupTraits {
    static Nuv::Ptr<T> make() { return l3EcmpGroup0TableFactory("L3EcmpGroup0Table"); }
 
    Nuv::Ptr<L3UnderlayEcmpMember1Table> members = l3UnderlayEcmpMember1TableFactory();
-   Asic::NeededHandle empty;
+   Asic::NeededHandle needed;
 };
 
 constexpr TableDriverFactory interfaces{"EgrL3Oif2", KeyedTableDriver<InterfaceTraits>::make};
@@ -83,6 +86,7 @@ INSTANTIATE_TEST_SUITE_P(Keyed, TableLaws, testing::Values(interfaces, ingressHa
                          nameOf);
 INSTANTIATE_TEST_SUITE_P(Keyed, RestartLaws, testing::Values(interfaces, ingressHalves, egressHalves),
                          nameOf);
+INSTANTIATE_TEST_SUITE_P(Keyed, WaitingLaws, testing::Values(egressHalves, groups), nameOf);
 
 } // namespace
 } // namespace ZandorL3Tunnel

@@ -1,7 +1,4 @@
-#include "chip/model/Faults.h"
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
-#include "tables/L3NextHop2Table.h"
+#include "tables/testing/NextHopTest.h"
 
 namespace ZandorL3Tunnel {
 namespace {
@@ -10,33 +7,11 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // Handlers, mapped keys, requested indices, and the machine that gives indices back.
-class L3NextHop2TableKeysTest : public ModelChip::ChipTest {
+class L3NextHop2TableKeysTest : public NextHopTest {
  protected:
-   L3NextHop2TableKeysTest()
-       : ChipTest({{"IngL3NextHop2Table", 8}, {"EgrL3NextHop2", 8}, {"EgrL3Oif2", 16}}) {
-      interfaces->doInit(unit, stateDatabase, chip->chipInfo());
-      nextHops->doInit(unit, stateDatabase, chip->chipInfo());
-      interfaces->entryCommit(1, EgrL3Oif2::Entry());
+   L3NextHop2TableKeysTest() : NextHopTest(8, 16) {
+      interface(1);
       loop.runUntilIdle();
-   }
-
-   static L3UnderlayNextHopKey keyOf(std::uint16_t port) {
-      L3UnderlayNextHopKey key;
-      key.l2If = {port};
-      return key;
-   }
-
-   static IngL3NextHop2Table::Entry ing(std::uint16_t port) {
-      IngL3NextHop2Table::Entry entry;
-      entry.destinationId = port;
-      return entry;
-   }
-
-   EgrL3NextHop2::Entry egr(std::uint8_t mac, Asic::Index interface = 1) const {
-      EgrL3NextHop2::Entry entry;
-      entry.l3Oif2Handle = interfaces->entryWeakRef(interface);
-      entry.dstMacAddress = {{2, 0, 0, 0, 0, mac}};
-      return entry;
    }
 
    Asic::SwTableBase::ResponseFunction writeDown() {
@@ -51,8 +26,6 @@ class L3NextHop2TableKeysTest : public ModelChip::ChipTest {
       EXPECT_EQ(rowsPresent(), 1u);
    }
 
-   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<L3NextHop2Table> nextHops = l3NextHop2TableFactory();
    std::vector<State> heard;
 };
 
@@ -105,8 +78,6 @@ TEST_F(L3NextHop2TableKeysTest, AFullTableIsReportedToTheHandler) {
 }
 
 TEST_F(L3NextHop2TableKeysTest, ARefusedHalfFailsThePairAndItRecovers) {
-   auto faults = Nuv::make<ModelChip::Faults>();
-   chip->faultsIs(faults);
    for (auto const* half : {"IngL3NextHop2Table", "EgrL3NextHop2"}) {
       faults->refuse({half, {}, true}, 1);
       auto handle = nextHops->entryRef(keyOf(7), ing(7), egr(1));
@@ -124,8 +95,6 @@ TEST_F(L3NextHop2TableKeysTest, ARefusedHalfFailsThePairAndItRecovers) {
 }
 
 TEST_F(L3NextHop2TableKeysTest, SuccessWaitsForTheAnswersOfBothHalvesInEitherOrder) {
-   auto faults = Nuv::make<ModelChip::Faults>();
-   chip->faultsIs(faults);
    for (std::uint32_t first : {0u, 1u}) {
       faults->holdAnswers();
       auto handle = nextHops->entryRef(keyOf(7), ing(7), egr(1));
@@ -191,6 +160,81 @@ TEST_F(L3NextHop2TableKeysTest, TheMappedEntryMayBeRemovedFirst) {
    EXPECT_EQ(nextHops->entryHandle(keyOf(8))->entryState(), State::success);
    nextHops->entryRemove(keyOf(8));
    EXPECT_FALSE(nextHops->entryHas(keyOf(7)));
+   expectNothingLeft();
+}
+
+TEST_F(L3NextHop2TableKeysTest, AKeyWithAnEntryOfItsOwnMayStandForAnothers) {
+   auto own = nextHops->entryCommit(keyOf(8), ing(8), egr(2));
+   auto other = nextHops->entryCommit(keyOf(7), ing(7), egr(1));
+   loop.runUntilIdle();
+   nextHops->entryMapToKey(keyOf(8), keyOf(7), Asic::needsExplicitRemove());
+   EXPECT_EQ(nextHops->entryHandle(keyOf(8)), other);
+   EXPECT_EQ(nextHops->entryCommit(keyOf(8), ing(9), egr(2)), own) << "written is its own";
+   loop.runUntilIdle();
+   EXPECT_EQ(own->entryState(), State::success);
+   EXPECT_NE(own->hwEntryIndex(), other->hwEntryIndex());
+   nextHops->entryRemove(keyOf(8));
+   EXPECT_EQ(nextHops->entryHandle(keyOf(8)), own) << "only the mapping went";
+   EXPECT_EQ(nextHops->entryHandle(keyOf(8))->entryType(), L3NextHop2Table::EntryHandle::committed());
+   own = other = nullptr;
+   expectNothingLeft();
+}
+
+TEST_F(L3NextHop2TableKeysTest, AMappingMayBeMadeAndTakenBackWhileItsEntryEnds) {
+   for (auto at : {State::inProgress, State::success}) {
+      nextHops->entryCommitWithResponseHandler(keyOf(7), ing(7), egr(1), [&, at](State state) {
+         if (state == at) {
+            nextHops->entryMapToKey(keyOf(8), keyOf(7), Asic::needsExplicitRemove());
+            nextHops->entryRemove(keyOf(7));
+         }
+      });
+      loop.runUntilIdle();
+      ASSERT_TRUE(nextHops->entryHas(keyOf(8)));
+      EXPECT_EQ(nextHops->entryHandle(keyOf(8))->entryState(), State::success) << "the mapping holds it";
+      EXPECT_EQ(nextHops->entryHandle(keyOf(7)), nextHops->entryHandle(keyOf(8)));
+      nextHops->entryRemove(keyOf(8));
+      EXPECT_FALSE(nextHops->entryHas(keyOf(7)));
+      // The rows' deletes are on their way: a fresh entry and a fresh mapping of the same keys.
+      auto fresh = nextHops->entryRef(keyOf(7), ing(7), egr(1));
+      EXPECT_EQ(nextHops->entryMapToKey(keyOf(8), keyOf(7), Asic::needsExplicitRemove()), fresh);
+      fresh = nullptr;
+      loop.runUntilIdle();
+      EXPECT_EQ(nextHops->entryHandle(keyOf(8))->entryState(), State::success);
+      nextHops->entryRemove(keyOf(8));
+      loop.runUntilIdle();
+      EXPECT_EQ(nextHops->handles().size(), 0u);
+   }
+   expectNothingLeft();
+}
+
+TEST_F(L3NextHop2TableKeysTest, AFreeIndexThatIsAskedForIsTheKeysUntilBothHalvesAreGone) {
+   auto first = nextHops->entryWriteAtIndex(7, keyOf(7), ing(7), egr(1));
+   auto second = nextHops->entryRef(keyOf(8), ing(8), egr(1));
+   EXPECT_EQ(second->hwEntryIndex(), 1u) << "others have the lowest ones";
+   loop.runUntilIdle();
+   EXPECT_EQ(first->hwEntryIndex(), 7u);
+   nextHops->entryRemove(keyOf(7));
+   first = nullptr;
+   EXPECT_EQ(nextHops->entryWriteAtIndex(7, keyOf(9), ing(9), egr(1))->hwEntryIndex(), 7u);
+   second = nullptr;
+   expectNothingLeft();
+}
+
+TEST_F(L3NextHop2TableKeysTest, TracesItsStatesAndWhoStillUsesAnIndex) {
+   Trace::TraceCapture trace(_defaultTraceHandle());
+   auto handle = nextHops->entryRef(keyOf(7), ing(7), egr(1));
+   loop.runUntilIdle();
+   EXPECT_EQ(trace.count("handleEntryState : inProgress"), 1u);
+   EXPECT_EQ(trace.count("handleEntryState : success"), 1u);
+   EXPECT_EQ(trace.count(" success callback "), 0u) << "there is no handler";
+   auto egress = nextHops->egrL3NextHop2()->entryHandle(1);
+   handle = nullptr;
+   EXPECT_EQ(trace.count("handleResolvedEntry: index still used in egrL3NextHop2"), 1u);
+   EXPECT_EQ(trace.count("freeing index"), 0u);
+   egress = nullptr;
+   EXPECT_EQ(trace.count("handleResolvedEntry: freeing index :1"), 1u);
+   loop.runUntilIdle();
+   EXPECT_EQ(trace.count("freeing index"), 1u) << "once";
    expectNothingLeft();
 }
 

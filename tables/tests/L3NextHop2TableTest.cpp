@@ -1,6 +1,5 @@
 #include "tables/L3NextHop2Table.h"
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
+#include "tables/testing/NextHopTest.h"
 
 namespace ZandorL3Tunnel {
 namespace {
@@ -9,32 +8,14 @@ using ModelChip::StateWatch;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class L3NextHop2TableTest : public ModelChip::ChipTest {
+class L3NextHop2TableTest : public NextHopTest {
  protected:
-   L3NextHop2TableTest() : ChipTest({{"IngL3NextHop2Table", 4}, {"EgrL3NextHop2", 4}, {"EgrL3Oif2", 16}}) {
-      interfaces->doInit(unit, stateDatabase, chip->chipInfo());
-      nextHops->doInit(unit, stateDatabase, chip->chipInfo());
-      interfaces->entryCommit(1, EgrL3Oif2::Entry());
-   }
+   L3NextHop2TableTest() : NextHopTest(4, 16) { interface(1); }
 
-   static L3UnderlayNextHopKey keyOf(std::uint16_t port) {
-      L3UnderlayNextHopKey key;
-      key.l2If = {port};
-      return key;
-   }
-
-   Handle write(std::uint16_t port, std::uint8_t mac = 1, Asic::Index interface = 1,
+   Handle write(std::uint16_t port, std::uint8_t mac = 1, Asic::Index over = 1,
                 Asic::AutoRemoveType type = Asic::AutoRemoveType::automatic) {
-      IngL3NextHop2Table::Entry ing;
-      ing.destinationId = port;
-      EgrL3NextHop2::Entry egr;
-      egr.l3Oif2Handle = interfaces->entryWeakRef(interface);
-      egr.dstMacAddress = {{2, 0, 0, 0, 0, mac}};
-      return nextHops->entryWrite(keyOf(port), ing, egr, type);
+      return nextHops->entryWrite(keyOf(port), ing(port), egr(mac, over), type);
    }
-
-   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<L3NextHop2Table> nextHops = l3NextHop2TableFactory();
 };
 
 TEST_F(L3NextHop2TableTest, WritesBothHalvesAtOneIndex) {

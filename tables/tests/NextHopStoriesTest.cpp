@@ -1,7 +1,4 @@
-#include "chip/model/Faults.h"
-#include "chip/model/testing/ChipTest.h"
-#include "tables/EgrL3Oif2.h"
-#include "tables/L3NextHop2Table.h"
+#include "tables/testing/NextHopTest.h"
 
 namespace ZandorL3Tunnel {
 namespace {
@@ -11,59 +8,13 @@ using testing::IsEmpty;
 
 // What becomes of next hops whose interface or whose chip gives trouble, and the rows that each story writes,
 // in order.
-class NextHopStoriesTest : public ModelChip::ChipTest {
+class NextHopStoriesTest : public NextHopTest {
  protected:
-   static constexpr Asic::Index rows = 8;
-
-   NextHopStoriesTest()
-       : ChipTest({{"IngL3NextHop2Table", rows}, {"EgrL3NextHop2", rows}, {"EgrL3Oif2", rows}}) {
-      chip->faultsIs(faults);
-      interfaces->doInit(unit, stateDatabase, chip->chipInfo());
-      nextHops->doInit(unit, stateDatabase, chip->chipInfo());
-   }
-
    void TearDown() override {
-      faults->stop();
       handle = nullptr;
-      nextHops->entryRemoveAll();
-      interfaces->entryRemoveAll();
-      loop.runUntilIdle();
-      EXPECT_EQ(nextHops->handles().size(), 0u);
-      EXPECT_EQ(nextHops->indexAllocator()->holders(), 0u);
-      EXPECT_EQ(nextHops->egrL3NextHop2()->handles().size(), 0u);
-      EXPECT_EQ(interfaces->handles().size(), 0u);
-      EXPECT_EQ(rowsPresent(), 0u);
+      expectNothingLeft();
    }
 
-   static L3UnderlayNextHopKey keyOf(std::uint16_t port) {
-      L3UnderlayNextHopKey key;
-      key.l2If = {port};
-      return key;
-   }
-
-   Handle interface(Asic::Index index, std::uint16_t vlan = 1) {
-      EgrL3Oif2::Entry entry;
-      entry.tnlVlanTag = vlan;
-      return interfaces->entryCommit(index, entry);
-   }
-
-   Handle write(std::uint16_t port, std::uint8_t value, Asic::Index over) {
-      IngL3NextHop2Table::Entry ing;
-      ing.destinationId = value;
-      EgrL3NextHop2::Entry egr;
-      egr.l3Oif2Handle = interfaces->entryWeakRef(over);
-      egr.dstMacAddress = {{2, 0, 0, 0, 0, value}};
-      return nextHops->entryRef(keyOf(port), ing, egr);
-   }
-
-   std::vector<Pelm::String> rowsSince() {
-      loop.runUntilIdle();
-      return std::exchange(rowsApplied, {});
-   }
-
-   Nuv::Ptr<ModelChip::Faults> faults = Nuv::make<ModelChip::Faults>();
-   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<L3NextHop2Table> nextHops = l3NextHop2TableFactory();
    Handle handle;
 };
 
@@ -218,6 +169,130 @@ TEST_F(NextHopStoriesTest, BothHalvesMayFailAndRecoverOneAfterTheOther) {
    EXPECT_EQ(handle->entryState(), State::success);
 }
 
+TEST_F(NextHopStoriesTest, WhenOneHalfRecoversTheOthersFailureIsTold) {
+   interface(1);
+   interface(2);
+   interface(rows);
+   rowsSince();
+   for (bool isEgressFirst : {true, false}) {
+      faults->refuse({"IngL3NextHop2Table", {}, true}, 1);
+      handle = write(7, 1, rows);
+      ModelChip::StateWatch watch(*handle);
+      EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
+      rowsSince();
+      EXPECT_EQ(handle->entryState(), State::failed) << "the newest failure is told";
+      auto const& egress = nextHops->egrL3NextHop2();
+      auto const& ingress = nextHops->ingL3NextHop2Table();
+      if (isEgressFirst) {
+         egress->entryRef(1, egr(1, 2));
+         rowsSince();
+         EXPECT_EQ(handle->entryState(), State::failed);
+         ingress->entryRef(1, ing(2));
+      } else {
+         ingress->entryRef(1, ing(2));
+         EXPECT_EQ(handle->entryState(), State::failedNeededEntry) << "that is what is left";
+         rowsSince();
+         EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
+         egress->entryRef(1, egr(1, 2));
+      }
+      rowsSince();
+      EXPECT_EQ(handle->entryState(), State::success);
+      EXPECT_TRUE(handle->isHwIndexValid());
+      if (isEgressFirst) {
+         EXPECT_THAT(watch.states, ElementsAre(State::failed, State::inProgress, State::success));
+      }
+      handle = nullptr;
+      rowsSince();
+   }
+}
+
+TEST_F(NextHopStoriesTest, ALaterFailureOfTheSecondKindIsToldAndTakenBackToTheFirst) {
+   interface(1);
+   rowsSince();
+   faults->refuse({"IngL3NextHop2Table", {}, true}, 1);
+   faults->refuse({"EgrL3Oif2", {}, true}, 1);
+   interface(2);
+   handle = write(7, 1, 2);
+   ModelChip::StateWatch watch(*handle);
+   rowsSince();
+   interface(2, 2);
+   rowsSince();
+   EXPECT_EQ(handle->entryState(), State::failed) << "the ingress half's own";
+   EXPECT_THAT(watch.states, ElementsAre(State::failedNeededEntry, State::failed));
+   write(7, 2, 2);
+   rowsSince();
+   EXPECT_EQ(handle->entryState(), State::success);
+}
+
+TEST_F(NextHopStoriesTest, OfTwoFailuresThatAreThereAlreadyTheNeededEntrysIsToldWhicheverHalfIsOlder) {
+   interface(1);
+   interface(rows);
+   rowsSince();
+   Handle egressHalf;
+   for (bool isEgressOlder : {false, true}) {
+      faults->refuse({"IngL3NextHop2Table", {}, true}, 1);
+      handle = write(7, 1, rows);
+      rowsSince();
+      ASSERT_EQ(handle->entryState(), State::failed);
+      egressHalf = nextHops->egrL3NextHop2()->entryHandle(1);
+      Handle ingressHalf = nextHops->ingL3NextHop2Table()->entryHandle(1);
+      EXPECT_EQ(egressHalf->creationNumber() < ingressHalf->creationNumber(), isEgressOlder);
+      std::vector<State> heard;
+      nextHops->entryCommitWithResponseHandler(keyOf(7), ing(1), egr(2, rows),
+                                               [&](State state) { heard.push_back(state); });
+      EXPECT_THAT(heard, ElementsAre(State::failedNeededEntry)) << "one failure is told";
+      nextHops->entryRemove(keyOf(7));
+      ingressHalf = nullptr;
+      handle = nullptr;
+      rowsSince();
+   }
+}
+
+TEST_F(NextHopStoriesTest, AHalfThatLeavesItsTableFailsThePairThatWaitsForIt) {
+   interface(1);
+   rowsSince();
+   handle = write(7, 1, 1);
+   ASSERT_EQ(handle->entryState(), State::inProgress);
+   nextHops->ingL3NextHop2Table()->entryHandleDelAll();
+   EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
+   rowsSince();
+   EXPECT_EQ(handle->entryState(), State::failedNeededEntry) << "the other half's success hides nothing";
+   handle = nullptr;
+   rowsSince();
+   handle = write(7, 1, 1);
+   rowsSince();
+   EXPECT_EQ(handle->entryState(), State::success);
+}
+
+// Rows belong to whoever wrote them last, also with an equal write, and go back to who wants them still.
+TEST_F(NextHopStoriesTest, OfTwoTablesWithOneKeyTheLaterWriterLeavesTheRowsToTheFormer) {
+   interface(1);
+   rowsSince();
+   auto second = l3NextHop2TableFactory();
+   second->doInit(unit, stateDatabase, chip->chipInfo());
+   handle = write(7, 1, 1);
+   rowsSince();
+   auto later = second->entryRef(keyOf(7), ing(1), egr(1));
+   EXPECT_THAT(rowsSince(), IsEmpty()) << "an equal write";
+   EXPECT_EQ(later->hwEntryIndex(), handle->hwEntryIndex());
+   EXPECT_EQ(later->entryState(), State::success);
+   later = nullptr;
+   EXPECT_THAT(rowsSince(), IsEmpty()) << "the first one wants them";
+   EXPECT_EQ(handle->entryState(), State::success);
+   EXPECT_TRUE(handle->isHwIndexValid());
+   EXPECT_EQ(nextHops->indexAllocator()->holders(), 1u) << "the first one has the index still";
+   EXPECT_EQ(write(8, 2, 1)->hwEntryIndex(), 2u);
+   write(7, 2, 1);
+   EXPECT_THAT(rowsSince(),
+               testing::IsSupersetOf({"IngL3NextHop2Table written 1", "EgrL3NextHop2 written 1"}))
+         << "and writes them as before";
+   EXPECT_EQ(handle->entryState(), State::success);
+   handle = nullptr;
+   EXPECT_THAT(rowsSince(),
+               testing::IsSupersetOf({"IngL3NextHop2Table cleared 1", "EgrL3NextHop2 cleared 1"}));
+   EXPECT_EQ(nextHops->indexAllocator()->holders(), 0u);
+}
+
 TEST_F(NextHopStoriesTest, ALostAnswerHoldsThePairUpUntilALaterOne) {
    interface(1);
    rowsSince();
@@ -274,9 +349,8 @@ TEST_F(NextHopStoriesTest, RowsThatSomebodyElseKeepsDoNotMakeAFreshKeyComplete) 
 TEST_F(NextHopStoriesTest, HandlersMayRewriteRemoveDropAndTakeDown) {
    interface(1);
    rowsSince();
-   IngL3NextHop2Table::Entry ing;
-   EgrL3NextHop2::Entry egr;
-   egr.l3Oif2Handle = interfaces->entryWeakRef(1);
+   auto const ing = this->ing(1);
+   auto egr = this->egr(1);
    for (auto at : {State::inProgress, State::success}) {
       nextHops->entryCommitWithResponseHandler(keyOf(7), ing, egr, [&, at](State state) {
          if (state == at) {

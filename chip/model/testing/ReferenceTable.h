@@ -26,33 +26,35 @@ class ReferenceTable {
       auto& newest = row.newest();
       if (newest.word == word) {
          newest.hold = hold;
+         newest.owner = owner;
          row.isEqualDue = row.unanswered.empty();
+         row.isUntold = row.isUntold && !row.isEqualDue;
       } else {
-         issue(row, word, hold);
+         issue(row, word, hold, owner);
       }
    }
 
    void clear(Asic::Index index, Owner owner) {
       auto& row = rows_[index];
-      if (row.owner == owner) {
-         row.owner = nullptr;
-         if (row.newest().word) {
-            issue(row, std::nullopt, nullptr);
-         }
+      bool isOwner = row.owner == owner;
+      disown(row, owner);
+      if (isOwner && row.newest().word) {
+         issue(row, std::nullopt, nullptr, nullptr);
       }
    }
 
    bool awaitedClear(Asic::Index index, Owner owner) {
       auto& row = rows_[index];
       if (row.owner != owner) {
+         disown(row, owner);
          return false;
       }
       if (row.newest().word) {
-         issue(row, std::nullopt, nullptr);
+         issue(row, std::nullopt, nullptr, row.newest().owner);
       }
       auto& newest = row.newest();
       if (row.unanswered.empty() || (newest.waiting && newest.waiting != owner)) {
-         row.owner = nullptr;
+         disown(row, owner);
          return false;
       }
       newest.waiting = owner;
@@ -62,10 +64,10 @@ class ReferenceTable {
    void ownerDel(Asic::Index index, Owner owner) {
       auto& row = rows_[index];
       if (row.owner == owner) {
-         row.owner = nullptr;
          row.due = Due::nothing;
          row.isEqualDue = false;
       }
+      disown(row, owner);
       waitDel(row, owner);
    }
 
@@ -79,7 +81,7 @@ class ReferenceTable {
       Asic::Index purged = 0;
       for (auto& [index, row] : rows_) {
          if (row.isRecovered) {
-            issue(row, std::nullopt, nullptr);
+            issue(row, std::nullopt, nullptr, nullptr);
             ++purged;
          }
       }
@@ -102,16 +104,17 @@ class ReferenceTable {
          row.inForce = command;
          row.inForce.waiting = nullptr;
          row.unanswered.erase(row.unanswered.begin(), found + 1);
+         row.isUntold = command.word.has_value();
          if (isNewest && command.waiting == row.owner) {
             row.owner = nullptr;
          }
-         row.due = isNewest && command.word && row.owner ? Due::confirmation : Due::nothing;
+         row.due = isNewest && row.isToBeTold() ? Due::confirmation : Due::nothing;
       } else if (isNewest && !command.word) {
          found->number = ++issued_;
       } else {
          row.unanswered.erase(found);
          if (isNewest) {
-            row.due = row.owner ? Due::refusal : Due::nothing;
+            refuse(row, command);
          } else {
             deletionIsDue(command);
          }
@@ -141,13 +144,16 @@ class ReferenceTable {
       }
       if (row.due == Due::confirmation) {
          row.due = Due::nothing;
+         row.isUntold = false;
          return true;
       }
       return std::exchange(row.isEqualDue, false);
    }
    bool refused(Asic::Index index, Owner owner) {
       auto& row = rows_[index];
-      return std::exchange(row.due, Due::nothing) == Due::refusal && row.owner == owner;
+      bool isExpected = row.due == Due::refusal && row.refusedOwner == owner;
+      row.due = row.isToBeTold() ? Due::confirmation : Due::nothing;
+      return isExpected;
    }
    bool deleted(Owner owner) {
       bool isExpected = !deletionsDue_.empty() && deletionsDue_.front() == owner;
@@ -220,6 +226,7 @@ class ReferenceTable {
       std::uint64_t number{};
       std::optional<std::uint32_t> word; ///< none: the row is cleared
       int const* hold{};
+      Owner owner{}; ///< whose the row is behind this command
       Owner waiting{};
    };
 
@@ -228,19 +235,46 @@ class ReferenceTable {
    struct Row {
       Command& newest() { return unanswered.empty() ? inForce : unanswered.back(); }
 
+      /// Whether the owner of the row in force is still to hear that the chip has it.
+      bool isToBeTold() const {
+         return unanswered.empty() && isUntold && inForce.word && owner && inForce.owner == owner;
+      }
+
       Command inForce;
       std::vector<Command> unanswered;
       Owner owner{};
+      Owner refusedOwner{};
+      bool isUntold{};
       bool isRecovered{};
       bool isEqualDue{};
       Due due{};
    };
 
-   void issue(Row& row, std::optional<std::uint32_t> word, int const* hold) {
-      row.unanswered.push_back({++issued_, word, hold, nullptr});
+   void issue(Row& row, std::optional<std::uint32_t> word, int const* hold, Owner owner) {
+      row.unanswered.push_back({++issued_, word, hold, owner, nullptr});
       row.isRecovered = false;
+      row.isUntold = row.isUntold || row.isEqualDue;
       row.isEqualDue = false;
       row.due = Due::nothing;
+   }
+
+   /// The newest write was refused: its owner hears that, and the row is its former owner's again, who may
+   /// be still to hear of it.
+   static void refuse(Row& row, Command const& command) {
+      row.refusedOwner = command.owner == row.owner ? row.owner : nullptr;
+      if (row.newest().owner) {
+         row.owner = row.newest().owner;
+      }
+      row.due = row.refusedOwner ? Due::refusal : row.isToBeTold() ? Due::confirmation : Due::nothing;
+   }
+
+   /// Nothing at the row is the owner's any more.
+   static void disown(Row& row, Owner owner) {
+      row.owner = row.owner == owner ? nullptr : row.owner;
+      row.inForce.owner = row.inForce.owner == owner ? nullptr : row.inForce.owner;
+      for (auto& command : row.unanswered) {
+         command.owner = command.owner == owner ? nullptr : command.owner;
+      }
    }
 
    void waitDel(Row& row, Owner owner) {

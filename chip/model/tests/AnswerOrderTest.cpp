@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <string>
 
 namespace ModelChip {
@@ -78,23 +79,28 @@ class AnswerOrderTest : public FaultyRowsTest {
    std::vector<Listener> listeners;
 };
 
-/// What the owner of the last write at one row hears: the answers of those writes that nothing later, unless
-/// it was refused, stands for.
-std::string
-heardByTheLast(Case const& each) {
+/// What the owner of each write at one row hears: that it was refused, when it was the newest that stands;
+/// and that it is in force, once nothing waits behind it.
+std::vector<std::string>
+heardByEach(Case const& each) {
+   std::vector<std::string> heard(each.order.size());
    std::vector<std::uint32_t> standing(each.order.size());
    std::iota(standing.begin(), standing.end(), 0u);
-   std::string heard;
+   std::optional<std::uint32_t> untold;
    for (std::size_t position = 0; position < each.answered; ++position) {
       auto write = each.order[position];
       auto found = std::find(standing.begin(), standing.end(), write);
       if (found == standing.end()) {
          continue;
       }
-      bool isNewest = write == standing.back();
+      if (!each.isRefused(write)) {
+         untold = write;
+      } else if (write == standing.back()) {
+         heard[write] += 'r';
+      }
       standing.erase(each.isRefused(write) ? found : standing.begin(), found + 1);
-      if (isNewest) {
-         heard += each.isRefused(write) ? 'r' : 'c';
+      if (untold && standing.empty()) {
+         heard[*std::exchange(untold, std::nullopt)] += 'c';
       }
    }
    return heard;
@@ -119,17 +125,19 @@ TEST_F(AnswerOrderTest, OfWritesAtOneRowTheLastThatWasNotRefusedCounts) {
          ASSERT_EQ(*holdInForce, 1);
       }
       ASSERT_EQ(rowAt(5), inForce);
-      EXPECT_EQ(listeners.back().heard, heardByTheLast(each));
-      for (std::size_t superseded = 0; superseded + 1 < listeners.size(); ++superseded) {
-         EXPECT_EQ(listeners[superseded].heard, "");
+      auto heard = heardByEach(each);
+      for (std::size_t write = 0; write < listeners.size(); ++write) {
+         EXPECT_EQ(listeners[write].heard, heard[write]);
       }
       if (each.answered == each.order.size()) {
          EXPECT_EQ(interfaces().unanswered(), 0u);
          EXPECT_EQ(std::accumulate(std::begin(living), std::end(living), neededLiving), 1);
          EXPECT_EQ(listeners.back().heard.front(), each.isRefused(listeners.size() - 1) ? 'r' : 'c');
       }
-      listeners.back().owner->onRowConfirmed = nullptr;
-      listeners.back().owner->onRowRefused = nullptr;
+      for (auto const& listener : listeners) {
+         listener.owner->onRowConfirmed = nullptr;
+         listener.owner->onRowRefused = nullptr;
+      }
 
       // One more makes up for all that were lost.
       faults->stop();

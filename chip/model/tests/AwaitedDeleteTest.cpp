@@ -333,6 +333,7 @@ TEST_F(AwaitedDeleteTest, WhoIsToldMayWriteTheRowBeforeItsSuccessorHears) {
       EXPECT_EQ(next->confirmations, 0);
       EXPECT_EQ(third->confirmations, 1);
       EXPECT_EQ(rowAt(5), Words(3, word));
+      interfaces().ownerDel(5, *third);
    }
 }
 

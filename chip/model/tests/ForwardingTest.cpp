@@ -190,5 +190,35 @@ TEST_F(ForwardingTest, ARowThatIsNotValidPointsAtNothing) {
    EXPECT_THAT(danglingRows(*chip), IsEmpty());
 }
 
+TEST_F(ForwardingTest, FlowTakesOneOfThePathsAndFollowsItAlone) {
+   everythingIs();
+   std::vector<std::size_t> flows(2);
+   for (std::uint16_t port = 0; port < 1000; ++port) {
+      auto const found = followFlow(*chip, 7, Flow{.source = {}, .destination = {}, .sourcePort = port});
+      EXPECT_EQ(found.problem, "");
+      EXPECT_EQ(found.hop.member, 10U + found.path);
+      EXPECT_EQ(found.hop.nextHop, 21U + found.path);
+      EXPECT_EQ(found.path, pathOf(found.hash, 2));
+      ++flows.at(found.path);
+   }
+   EXPECT_GT(flows[0], 400U);
+   EXPECT_GT(flows[1], 400U);
+}
+
+TEST_F(ForwardingTest, FlowMissesOnlyWhatIsOnItsWay) {
+   everythingIs();
+   rowDel(L3UnderlayEcmpMember1Table::layout, 11);
+   std::size_t problems = 0;
+   for (std::uint16_t port = 0; port < 100; ++port) {
+      auto const found = followFlow(*chip, 7, Flow{.source = {}, .destination = {}, .sourcePort = port});
+      EXPECT_EQ(found.problem, found.path == 0 ? "" : "no row 11 in L3UnderlayEcmpMember1Table");
+      problems += found.path;
+   }
+   EXPECT_GT(problems, 0U);
+   EXPECT_EQ(followFlow(*chip, 8, {}).problem, "no row 8 in L3EcmpGroup0Table");
+   groupIs(7, 10, 0);
+   EXPECT_EQ(followFlow(*chip, 7, {}).problem, "group 7 has no path");
+}
+
 } // namespace
 } // namespace ModelChip

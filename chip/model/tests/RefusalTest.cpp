@@ -125,14 +125,117 @@ TEST_F(RefusalTest, AnEqualWriteBehindOneThatIsRefusedHearsThat) {
    EXPECT_THAT(living, Each(0));
 }
 
-TEST_F(RefusalTest, ARefusalEndsTheWaitForAnEqualWriteBeforeIt) {
+TEST_F(RefusalTest, AnEqualWriteBeforeOneThatIsRefusedIsInForceAndHeardOf) {
    rowInForce(5, 1);
-   write(5, 1, owner);
-   write(5, 2, owner);
+   write(5, 1, other);
+   write(5, 2, other);
    faults->refuse(writes(), 1);
    loop.runUntilIdle();
-   EXPECT_EQ(owner->confirmations, 1);
+   EXPECT_EQ(other->refusals, 1);
+   EXPECT_EQ(other->confirmations, 1);
+   EXPECT_EQ(owner->confirmations, 1) << "the row is no longer its own";
+}
+
+TEST_F(RefusalTest, ARowThatWasConfirmedUnderARefusedOneIsHeardOfOnce) {
+   faults->holdAnswers();
+   write(5, 1, owner);
+   loop.runUntilIdle();
+   faults->refuse(writes(), 2);
+   write(5, 2, owner);
+   loop.runUntilIdle();
+   faults->releaseAnswer(0);
+   loop.runUntilIdle();
+   EXPECT_EQ(owner->confirmations, 0) << "superseded";
+   faults->releaseAnswer(1);
+   loop.runUntilIdle();
    EXPECT_EQ(owner->refusals, 1);
+   EXPECT_EQ(owner->confirmations, 1);
+   write(5, 3, owner);
+   loop.runUntilIdle();
+   faults->releaseAnswer(2);
+   loop.runUntilIdle();
+   EXPECT_EQ(owner->refusals, 2);
+   EXPECT_EQ(owner->confirmations, 1);
+}
+
+TEST_F(RefusalTest, ARefusedTakeoverLeavesTheRowToItsOwner) {
+   rowInForce(5, 1);
+   refusedWrite(5, 2, other);
+   clear(5, other);
+   EXPECT_FALSE(awaitedClear(5, other));
+   loop.runUntilIdle();
+   EXPECT_EQ(rowAt(5), Words(3, 1));
+   ASSERT_TRUE(awaitedClear(5, owner));
+   loop.runUntilIdle();
+   EXPECT_FALSE(interfaces().hasRow(5));
+   EXPECT_EQ(owner->deletions, 1);
+}
+
+TEST_F(RefusalTest, WhoseAnswerARefusedTakeoverOvertookHearsIt) {
+   for (std::uint32_t first : {0u, 1u}) {
+      auto before = owner->confirmations;
+      faults->holdAnswers();
+      write(5, 1, owner);
+      loop.runUntilIdle();
+      faults->refuse(writes(), 1);
+      write(5, 2, other);
+      loop.runUntilIdle();
+      for (auto number : {first, 1 - first}) {
+         faults->releaseAnswer(number);
+         loop.runUntilIdle();
+      }
+      EXPECT_EQ(owner->confirmations, before + 1);
+      faults->stop();
+      clear(5, owner);
+      loop.runUntilIdle();
+   }
+   EXPECT_EQ(other->refusals, 2);
+   EXPECT_EQ(other->confirmations, 0);
+}
+
+TEST_F(RefusalTest, AfterRefusedTakeoversInAnyOrderTheRowIsItsFirstOwners) {
+   auto third = writer.newOwner();
+   for (std::uint32_t first : {0u, 1u}) {
+      rowInForce(5, 1);
+      faults->holdAnswers();
+      faults->refuse(writes(), 2);
+      write(5, 2, other);
+      write(5, 3, third);
+      loop.runUntilIdle();
+      for (auto number : {first, 1 - first}) {
+         faults->releaseAnswer(number);
+         loop.runUntilIdle();
+      }
+      faults->stop();
+      clear(5, other);
+      clear(5, third);
+      loop.runUntilIdle();
+      EXPECT_EQ(rowAt(5), Words(3, 1));
+      clear(5, owner);
+      loop.runUntilIdle();
+      EXPECT_FALSE(interfaces().hasRow(5));
+   }
+}
+
+TEST_F(RefusalTest, WhoGaveARowUpDoesNotGetItBackFromARefusedTakeover) {
+   for (bool isEnd : {false, true}) {
+      rowInForce(5, 1);
+      faults->refuse(writes(5), 1);
+      write(5, 2, other);
+      if (isEnd) {
+         interfaces().ownerDel(5, *owner);
+      } else {
+         clear(5, owner);
+      }
+      loop.runUntilIdle();
+      EXPECT_EQ(rowAt(5), Words(3, 1));
+      clear(5, owner);
+      loop.runUntilIdle();
+      EXPECT_TRUE(interfaces().hasRow(5));
+      clear(5, other);
+      loop.runUntilIdle();
+      EXPECT_FALSE(interfaces().hasRow(5)) << "whoever wrote last clears what is there";
+   }
 }
 
 TEST_F(RefusalTest, AllRefusedLeavesWhatWasThere) {

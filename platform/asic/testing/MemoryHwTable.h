@@ -3,6 +3,7 @@
 #include "platform/asic/HwTable.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 namespace Asic {

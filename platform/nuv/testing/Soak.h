@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/nuv/Hash.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,10 +27,11 @@
 /// with a fresh one. The environment decides otherwise:
 ///
 ///    L3TUNNEL_SEED        the one seed to run with, instead of these
+///    L3TUNNEL_HASH_SEED   the process's hash seed, instead of a random one
 ///    L3TUNNEL_SOAK_STEPS  by how much to multiply the steps of every test, such as 50 or 0.2
 ///
-/// Each run's seed is written out before it begins, stands in the trace of a failed assertion and is the
-/// test's property "seed".
+/// Each run's seed is written out before it begins, with the hash seed, by which the order of hash
+/// collections goes; they stand in the trace of a failed assertion. The test's property "seed" is the seed.
 namespace Nuv {
 
 namespace detail {
@@ -48,6 +51,12 @@ soakVariable(char const* name, double least) {
    }
    return value;
 }
+
+// Before anybody uses it.
+[[maybe_unused]] inline bool const hashSeedIsGiven = [] {
+   char const* text = std::getenv("L3TUNNEL_HASH_SEED");
+   return text && *text && hashSeedIs(std::uint32_t(std::strtoul(text, nullptr, 0)));
+}();
 
 } // namespace detail
 
@@ -74,7 +83,8 @@ soak(int usualSteps, Run run) {
    int const steps = soakSteps(usualSteps);
    for (std::uint32_t seed : soakSeeds()) {
       auto const* info = testing::UnitTest::GetInstance()->current_test_info();
-      std::string const text = "seed " + std::to_string(seed) + ", " + std::to_string(steps) + " steps";
+      std::string const text = "seed " + std::to_string(seed) + ", hash seed " + std::to_string(hashSeed()) +
+                               ", " + std::to_string(steps) + " steps";
       std::cout << info->test_suite_name() << '.' << info->name() << ": " << text << std::endl;
       testing::Test::RecordProperty("seed", std::to_string(seed));
       SCOPED_TRACE(text);

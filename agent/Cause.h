@@ -1,0 +1,17 @@
+#pragma once
+
+#include "platform/asic/SwTableBase.h"
+
+#include <string>
+
+namespace L3TunnelAgent {
+
+/// Why the block of ECMP members failed, down to the row, the index or the interface that it lacks; empty
+/// when it has not failed.
+std::string causeOfBlock(Asic::SwTableBase::EntryHandle const& block);
+
+/// The same of a next hop, and of an ECMP group.
+std::string causeOfNextHop(Asic::SwTableBase::EntryHandle const& nextHop);
+std::string causeOfGroup(Asic::SwTableBase::EntryHandle const& group);
+
+} // namespace L3TunnelAgent

@@ -1,0 +1,176 @@
+#pragma once
+
+#include "agent/Prefix.h"
+
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// What a kernel tells about its forwarding, object by object. Numbers whose meaning is the kernel's (types,
+// states, flags) are kept as they are in its public headers.
+namespace L3TunnelAgent {
+
+/// Number of the message that told of something, to compare by which of two came later. It is no content:
+/// all are equal.
+struct MessageNumber {
+   std::uint64_t value{};
+
+   bool operator==(MessageNumber const&) const { return true; }
+};
+
+enum class LinkKind : std::uint8_t { plain, vlan, bridge, vxlan };
+
+struct Link {
+   std::string name{};
+   LinkKind kind{LinkKind::plain};
+   std::optional<MacAddress> mac{};
+   std::uint32_t flags{};               // IFF_*
+   std::optional<int> lower{};          // the device that this one is stacked on
+   std::optional<int> master{};         // the bridge that this one is a port of
+   std::optional<std::uint16_t> vlan{}; // of a VLAN sub-interface
+   bool foreignTag{};                   // a VLAN sub-interface whose tags are not those of 802.1Q
+   bool vlanFiltering{};                // of a bridge
+   bool ignoreLinkdown{};               // IPv4 routes over it are left out while it has no carrier
+   bool ignoreLinkdownV6{};             // and IPv6 ones
+   MessageNumber told{};
+
+   bool operator==(Link const&) const = default;
+
+   /// @return whether what is sent there comes back.
+   bool isLoopback() const;
+
+   /// @return whether the device is switched on.
+   bool isUp() const;
+
+   /// @return whether the kernel takes it for one with carrier.
+   bool hasCarrier() const;
+};
+
+struct NeighbourKey {
+   int device{};
+   IpAddress address{};
+
+   auto operator<=>(NeighbourKey const&) const = default;
+};
+
+struct Neighbour {
+   std::uint16_t state{}; // NUD_*
+   std::optional<MacAddress> mac{};
+
+   bool operator==(Neighbour const&) const = default;
+};
+
+/// One MAC has one entry, but for zero and group addresses, which have one per remote destination: only with
+/// these is there anything in the fields of the remote.
+struct VxlanKey {
+   int device{};
+   std::uint32_t sourceVni{}; // 0 unless the device carries many
+   MacAddress mac{};
+   std::optional<IpAddress> groupDestination{};
+   std::uint32_t remoteVni{};  // 0: the device's own
+   std::uint16_t remotePort{}; // in the order of the wire; 0: the device's own
+   int remoteDevice{};         // that it is reached over; 0: any
+
+   auto operator<=>(VxlanKey const&) const = default;
+};
+
+struct VxlanEntry {
+   std::optional<IpAddress> destination{};
+   std::optional<std::uint32_t> nextHopId{};
+
+   bool operator==(VxlanEntry const&) const = default;
+};
+
+struct BridgeKey {
+   int bridge{};
+   std::uint16_t vlan{}; // 0: the entry belongs to no VLAN
+   MacAddress mac{};
+
+   auto operator<=>(BridgeKey const&) const = default;
+};
+
+/// BRIDGE_VLAN_INFO_* per VLAN of a bridge's port, or of the bridge itself.
+using PortVlans = std::map<std::uint16_t, std::uint16_t>;
+
+struct NextHop {
+   int device{};
+   std::optional<IpAddress> gateway{};
+   unsigned weight{1};
+   bool dead{};         // as its own message said; KernelState::hopState says how it is now
+   bool linkdown{};     // as above
+   bool encapsulated{}; // its packets get one more header, which only software writes
+   MessageNumber told{};
+
+   bool operator==(NextHop const&) const = default;
+
+   /// @return whether both are one next hop to the kernel, whatever state it was in when it was told.
+   bool isSame(NextHop const& other) const {
+      return device == other.device && gateway == other.gateway && weight == other.weight &&
+             encapsulated == other.encapsulated;
+   }
+};
+
+struct NextHopObject {
+   struct Member {
+      std::uint32_t id{};
+      unsigned weight{1};
+
+      bool operator==(Member const&) const = default;
+   };
+
+   std::vector<Member> group{}; // empty: the object is a single next hop
+   NextHop hop{};
+   bool blackhole{};
+   bool fdb{}; // names tunnel destinations, not next hops of routes
+
+   bool operator==(NextHopObject const&) const = default;
+};
+
+struct Route {
+   std::uint8_t type{}; // RTN_*
+   std::uint8_t tos{};
+   std::uint8_t scope{}; // RT_SCOPE_*
+   std::uint32_t metric{};
+   std::optional<std::uint32_t> nextHopId{};
+   std::vector<NextHop> hops{};                // empty when nextHopId is set
+   std::optional<IpAddress> preferredSource{}; // an address of this machine
+
+   bool operator==(Route const&) const = default;
+
+   /// @return whether both are one route to the kernel, whatever state their next hops were in when told.
+   bool isSame(Route const& other) const;
+};
+
+/// An address of this machine, with the length of the network that it is in.
+struct InterfaceAddress {
+   IpAddress address{};
+   std::uint8_t length{};
+   IpAddress peer{}; // at the other end of the device; the address itself where none is set
+
+   auto operator<=>(InterfaceAddress const&) const = default;
+};
+
+/// A place for routes: the family is the prefix's.
+struct RouteKey {
+   std::uint32_t table{};
+   Prefix prefix{};
+
+   auto operator<=>(RouteKey const&) const = default;
+};
+
+struct Rule {
+   std::uint32_t priority{};
+   std::uint8_t action{}; // FR_ACT_*
+   std::uint32_t table{};
+   std::optional<Prefix> destination{};             // applies to these destinations only
+   std::optional<std::uint32_t> suppressedLength{}; // routes of this prefix length or shorter do not count
+   bool selective{};                                // asks for more than the destination of a packet
+   std::optional<std::uint32_t> target{};           // priority of the rule that it jumps to
+
+   bool operator==(Rule const&) const = default;
+};
+
+} // namespace L3TunnelAgent

@@ -1,0 +1,448 @@
+#include "agent/Index.h"
+#include "agent/KernelState.h"
+
+#include <algorithm>
+#include <linux/rtnetlink.h>
+
+// Next-hop objects and routes of KernelState, with what the kernel does to them without telling.
+namespace L3TunnelAgent {
+
+namespace {
+
+using Routes = RouteTable::Routes;
+
+bool
+areEqualRank(Route const& one, Route const& other) {
+   return one.tos == other.tos && one.metric == other.metric;
+}
+
+bool
+isToSame(NextHop const& one, NextHop const& other) {
+   return one.device == other.device && one.gateway == other.gateway;
+}
+
+bool
+isOneOf(NextHop const& hop, std::vector<NextHop> const& hops) {
+   return std::any_of(hops.begin(), hops.end(), [&](NextHop const& other) { return isToSame(hop, other); });
+}
+
+/// Whether the kernel makes one route of this and others of that kind and metric.
+bool
+isShared(Route const& route) {
+   return route.type == RTN_UNICAST && !route.hops.empty() &&
+          std::all_of(route.hops.begin(), route.hops.end(), [](auto const& hop) { return hop.gateway; });
+}
+
+/// @return the routes of one metric, of all that are ordered by it.
+std::pair<Routes::iterator, Routes::iterator>
+ofMetric(Routes& routes, std::uint32_t metric) {
+   auto const first = std::lower_bound(routes.begin(), routes.end(), metric,
+                                       [](Route const& r, std::uint32_t value) { return r.metric < value; });
+   return {first, std::upper_bound(first, routes.end(), metric,
+                                   [](std::uint32_t value, Route const& r) { return value < r.metric; })};
+}
+
+/// @return the route that an IPv6 one is told instead of; the end when it is one more.
+Routes::iterator
+replacedV6(Routes& routes, Route const& route, RoutePlace place) {
+   auto const [first, last] = ofMetric(routes, route.metric);
+   bool const shared = isShared(route);
+   if (first == last || (place != RoutePlace::instead && !shared)) {
+      return routes.end();
+   }
+   auto const found = std::find_if(first, last, [&](Route const& r) { return isShared(r) == shared; });
+   if (found != last) {
+      return found;
+   }
+   return place == RoutePlace::instead ? first : routes.end();
+}
+
+/// @return the first route of a metric that a condition holds for; the end of all when there is none.
+template <typename Condition>
+Routes::iterator
+findOfMetric(Routes& routes, std::uint32_t metric, Condition const& condition) {
+   auto const range = ofMetric(routes, metric);
+   auto const found = std::find_if(range.first, range.second, condition);
+   return found == range.second ? routes.end() : found;
+}
+
+Routes::iterator
+replaced(Routes& routes, Route const& route, RoutePlace place, IpAddress::Family family) {
+   if (family == IpAddress::Family::v6) {
+      return replacedV6(routes, route, place);
+   }
+   if (place != RoutePlace::instead) {
+      return routes.end();
+   }
+   return findOfMetric(routes, route.metric, [&](Route const& r) { return areEqualRank(r, route); });
+}
+
+void
+insert(Routes& routes, Route route, RoutePlace place) {
+   auto const range = ofMetric(routes, route.metric);
+   routes.insert(place == RoutePlace::before ? range.first : range.second, std::move(route));
+}
+
+/// @return the route that has all next hops of another.
+Routes::iterator
+findWithHops(Routes& routes, Route const& route) {
+   auto const isGone = [&](NextHop const& hop) { return isOneOf(hop, route.hops); };
+   auto const hasThem = [&](Route const& r) {
+      return !route.hops.empty() && r.type == route.type &&
+             std::count_if(r.hops.begin(), r.hops.end(), isGone) == std::ssize(route.hops);
+   };
+   return findOfMetric(routes, route.metric, hasThem);
+}
+
+/// @return the keys of the routes that use something, so that the index may change while they are gone
+/// through.
+template <typename Index, typename Use>
+std::vector<RouteKey>
+usersOf(Index const& index, Use const& use) {
+   std::vector<RouteKey> result;
+   auto const found = index.find(use);
+   if (found != index.end()) {
+      result.reserve(found->second.size());
+      for (auto const& [key, times] : found->second) {
+         result.push_back(key);
+      }
+   }
+   return result;
+}
+
+template <typename Index, typename Use>
+void
+useIs(Index& index, Use const& use, RouteKey const& key, bool present) {
+   if (present) {
+      ++index[use][key];
+      return;
+   }
+   auto const found = index.find(use);
+   if (--found->second.at(key) == 0) {
+      indexDel(index, use, key);
+   }
+}
+
+} // namespace
+
+KernelState::HopState
+KernelState::hopState(NextHop const& hop) const {
+   Link const* const over = link(hop.device);
+   if (!over || over->told.value <= hop.told.value) {
+      return {.dead = hop.dead, .linkdown = hop.linkdown};
+   }
+   return {.dead = !over->isUp(), .linkdown = !over->hasCarrier()};
+}
+
+void
+KernelState::nextHopIs(std::uint32_t id, NextHopObject object) {
+   object.hop.told.value = ++messages_;
+   auto const [place, added] = nextHops_.try_emplace(id);
+   bool const differs =
+         added || !(place->second == object) || !(hopState(place->second.hop) == hopState(object.hop));
+   if (!added) {
+      nextHopIndexed(id, place->second, false);
+   }
+   place->second = std::move(object);
+   nextHopIndexed(id, place->second, true);
+   if (differs) {
+      changes_.nextHops.insert(id);
+   }
+}
+
+void
+KernelState::nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present) {
+   auto const change = [&](auto& index, auto const& key) {
+      if (present) {
+         index[key].insert(id);
+      } else {
+         indexDel(index, key, id);
+      }
+   };
+   if (object.hop.device != 0) {
+      change(objectsOfDevice_, object.hop.device);
+   }
+   for (auto const& member : object.group) {
+      change(groupsOfMember_, member.id);
+   }
+}
+
+void
+KernelState::nextHopDel(std::uint32_t id) {
+   std::vector<std::uint32_t> gone{id};
+   while (!gone.empty()) {
+      std::uint32_t const next = gone.back();
+      gone.pop_back();
+      auto const found = nextHops_.find(next);
+      if (found == nextHops_.end()) {
+         continue;
+      }
+      nextHopIndexed(next, found->second, false);
+      nextHops_.erase(found);
+      changes_.nextHops.insert(next);
+      for (std::uint32_t const group : indexed(groupsOfMember_, next)) {
+         memberDel(group, next, gone);
+      }
+      for (RouteKey const& key : usersOf(routesOfObject_, next)) {
+         ++doubts_;
+         dropRoutes(key, [&](Route const& route) { return route.nextHopId == next; });
+      }
+      for (VxlanKey const& key : indexed(entriesOfObject_, next)) {
+         vxlanEntryDel(key);
+      }
+   }
+}
+
+void
+KernelState::memberDel(std::uint32_t group, std::uint32_t member, std::vector<std::uint32_t>& emptied) {
+   auto const found = nextHops_.find(group);
+   if (found == nextHops_.end()) {
+      return;
+   }
+   auto& members = found->second.group;
+   std::erase_if(members, [&](auto const& m) { return m.id == member; });
+   indexDel(groupsOfMember_, member, group);
+   changes_.nextHops.insert(group);
+   if (members.empty()) {
+      emptied.push_back(group);
+   }
+}
+
+/// What the kernel does when a device loses its carrier, is switched off or removed.
+void
+KernelState::hopsGoWithDevice(int device) {
+   for (std::uint32_t const id : indexed(objectsOfDevice_, device)) {
+      auto const* const object = nextHop(id); // may have gone with one before it
+      if (object && !object->blackhole) {
+         nextHopDel(id);
+      }
+   }
+}
+
+/// Whether every next hop is dead, which its own mark means only where there is carrier.
+bool
+KernelState::allDead(Route const& route) const {
+   return std::all_of(route.hops.begin(), route.hops.end(), [&](NextHop const& hop) {
+      Link const* const over = link(hop.device);
+      HopState const now = hopState(hop);
+      return over ? !over->isUp() || (now.dead && !now.linkdown) : hop.dead;
+   });
+}
+
+/// What the kernel does when a device is switched off. Local addresses of IPv4 stay, and with them their
+/// routes.
+void
+KernelState::routesGoDown(int device) {
+   for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
+      bool const isV4 = key.prefix.address.family == Family::v4;
+      dropRoutes(key, [&](Route const& route) {
+         return !route.hops.empty() && !(isV4 && route.scope == RT_SCOPE_HOST) && allDead(route);
+      });
+   }
+}
+
+/// What the kernel does when a device is removed: an IPv4 route goes with the first of its devices, an IPv6
+/// one with the last.
+void
+KernelState::routesGoAway(int device) {
+   auto const over = [&](NextHop const& hop) { return hop.device == device; };
+   for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
+      if (key.prefix.address.family == Family::v4) {
+         dropRoutes(key, [&](Route const& route) {
+            return std::any_of(route.hops.begin(), route.hops.end(), over);
+         });
+         continue;
+      }
+      editRoutes(key, [&](Routes& all) {
+         for (auto route = all.begin(); route != all.end();) {
+            if (std::none_of(route->hops.begin(), route->hops.end(), over)) {
+               ++route;
+               continue;
+            }
+            routeIndexed(key, *route, false);
+            std::erase_if(route->hops, over);
+            if (route->hops.empty()) {
+               route = all.erase(route);
+            } else {
+               routeIndexed(key, *route++, true);
+            }
+         }
+         return true;
+      });
+   }
+}
+
+/// What the kernel does when a device has lost its last IPv4 address: it keeps routes that use objects.
+void
+KernelState::routesGoWithAddresses(int device) {
+   hopsAre(device, true);
+   for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
+      if (key.prefix.address.family == Family::v4) {
+         dropRoutes(key, [&](Route const& route) { return !route.hops.empty() && allDead(route); });
+      }
+   }
+}
+
+void
+KernelState::routesGoWithSource(IpAddress const& source) {
+   for (RouteKey const& key : usersOf(routesOfSource_, source)) {
+      if (key.table == RT_TABLE_MAIN) {
+         dropRoutes(key, [&](Route const& route) { return route.preferredSource == source; });
+      }
+   }
+}
+
+/// IPv4 next hops over a device are dead, or back.
+void
+KernelState::hopsAre(int device, bool dead) {
+   ++messages_;
+   Link const* const over = link(device);
+   bool const linkdown = !dead && over && !over->hasCarrier();
+   auto const setAll = [&](Routes& routes) {
+      bool differs = false;
+      for (Route& route : routes) {
+         for (NextHop& hop : route.hops) {
+            if (hop.device == device && !(hopState(hop) == HopState{dead, linkdown})) {
+               hop.dead = dead;
+               hop.linkdown = linkdown;
+               hop.told.value = messages_;
+               differs = true;
+            }
+         }
+      }
+      return differs;
+   };
+   for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
+      if (key.prefix.address.family == Family::v4) {
+         editRoutes(key, setAll);
+      }
+   }
+}
+
+/// Takes what a removed device had in the maps that begin their keys with it, and forwarding entries to it.
+void
+KernelState::entriesGoAway(int device) {
+   while (true) {
+      auto const first = neighbours_.lower_bound({.device = device});
+      if (first == neighbours_.end() || first->first.device != device) {
+         break;
+      }
+      neighbourDel(NeighbourKey(first->first));
+   }
+   while (true) {
+      auto const first = vxlanEntries_.lower_bound({.device = device});
+      if (first == vxlanEntries_.end() || first->first.device != device) {
+         break;
+      }
+      vxlanEntryDel(VxlanKey(first->first));
+   }
+   for (auto it = bridgeEntries_.begin(); it != bridgeEntries_.end();) {
+      auto const entry = it++;
+      if (entry->first.bridge == device || entry->second == device) {
+         bridgeEntryDel(BridgeKey(entry->first));
+      }
+   }
+   portVlansDel(device);
+}
+
+bool
+KernelState::isSameState(Route const& one, Route const& other) const {
+   return std::equal(one.hops.begin(), one.hops.end(), other.hops.begin(), other.hops.end(),
+                     [&](auto const& a, auto const& b) { return hopState(a) == hopState(b); });
+}
+
+void
+KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
+   ++messages_;
+   for (NextHop& hop : route.hops) {
+      hop.told.value = messages_;
+   }
+   editRoutes(key, [&](Routes& all) {
+      auto found = replaced(all, route, place, key.prefix.address.family);
+      if (found == all.end()) {
+         found = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
+      }
+      if (found == all.end()) {
+         routeIndexed(key, route, true);
+         insert(all, std::move(route), place);
+         return true;
+      }
+      bool const same = found->isSame(route) && isSameState(*found, route);
+      if (!same) {
+         routeIndexed(key, *found, false);
+         routeIndexed(key, route, true);
+      }
+      *found = std::move(route);
+      return !same;
+   });
+}
+
+bool
+KernelState::routeDel(RouteKey const& key, Route const& route) {
+   bool const isV4 = key.prefix.address.family == Family::v4;
+   return routes(key) && editRoutes(key, [&](Routes& all) {
+             auto found = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
+             if (found == all.end() && isV4) {
+                found =
+                      findOfMetric(all, route.metric, [&](Route const& r) { return areEqualRank(r, route); });
+             }
+             bool const whole = found != all.end();
+             if (!whole && !isV4) {
+                found = findWithHops(all, route);
+             }
+             if (found == all.end()) {
+                return false;
+             }
+             routeIndexed(key, *found, false);
+             if (!whole) {
+                std::erase_if(found->hops, [&](NextHop const& hop) { return isOneOf(hop, route.hops); });
+             }
+             if (whole || found->hops.empty()) {
+                all.erase(found);
+             } else {
+                routeIndexed(key, *found, true);
+             }
+             return true;
+          });
+}
+
+template <typename Drops>
+void
+KernelState::dropRoutes(RouteKey const& key, Drops const& drops) {
+   editRoutes(key, [&](Routes& all) {
+      return std::erase_if(all, [&](Route const& route) {
+                bool const gone = drops(route);
+                if (gone) {
+                   routeIndexed(key, route, false);
+                }
+                return gone;
+             }) != 0;
+   });
+}
+
+/// Calls edit(routes), which changes the routes of a key and their indices, and returns whether it did.
+template <typename Edit>
+bool
+KernelState::editRoutes(RouteKey const& key, Edit const& edit) {
+   bool const differs = tables_[{key.prefix.address.family, key.table}].edit(key.prefix, edit);
+   if (differs) {
+      changes_.routes.insert(key);
+   }
+   return differs;
+}
+
+/// Takes one route into the indices, or out of them.
+void
+KernelState::routeIndexed(RouteKey const& key, Route const& route, bool present) {
+   for (NextHop const& hop : route.hops) {
+      useIs(routesOfDevice_, hop.device, key, present);
+   }
+   if (route.nextHopId) {
+      useIs(routesOfObject_, *route.nextHopId, key, present);
+   }
+   if (route.preferredSource) {
+      useIs(routesOfSource_, *route.preferredSource, key, present);
+   }
+}
+
+} // namespace L3TunnelAgent

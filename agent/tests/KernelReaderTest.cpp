@@ -1,0 +1,129 @@
+#include "agent/live/KernelReader.h"
+
+#include "agent/tests/TestKernel.h"
+
+#include <chrono>
+#include <sys/resource.h>
+
+namespace L3TunnelAgent {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// Notes what a reader says.
+class Heard final : public KernelListener {
+ public:
+   void announced(std::span<std::byte const> /*datagram*/) override { ++announcements; }
+   void burstRead() override {}
+   void lost() override { ++losses; }
+   void replied(DumpKind const& /*kind*/, std::span<std::byte const> /*datagram*/) override {}
+   void dumped(bool /*fitsTogether*/) override { ++dumps; }
+   void told(LogLevel level, std::string const& text) override {
+      (level == LogLevel::warning ? warnings : notices).push_back(text);
+   }
+
+   std::size_t announcements{};
+   std::size_t losses{};
+   std::size_t dumps{};
+   std::vector<std::string> warnings;
+   std::vector<std::string> notices;
+};
+
+/// A reader of a kernel of the test's own.
+class KernelReaderTest : public testing::Test {
+ protected:
+   void SetUp() override {
+      if (!kernel_.isThere()) {
+         GTEST_SKIP() << "no network namespace can be made here; DumpReaderTest covers what replies come to";
+      }
+   }
+
+   TestKernel kernel_;
+   asio::io_context loop_;
+   Counters counters_;
+   Heard heard_;
+};
+
+// A request without what the kernel needs to know, which it refuses, and one that it answers.
+constexpr DumpKind refusedKind{.name = "settings", .type = RTM_GETNETCONF, .family = AF_INET};
+constexpr DumpKind answeredKind{.name = "links", .type = RTM_GETLINK, .family = AF_UNSPEC};
+
+TEST_F(KernelReaderTest, GivesUpWhatIsRefusedBeforeTheFirstAnswer) {
+   KernelReader reader(loop_, {}, heard_, counters_);
+   reader.start();
+   std::array const kinds{answeredKind, refusedKind};
+   reader.read(kinds);
+   try {
+      loop_.run_for(20s);
+      FAIL() << "it goes on";
+   } catch (NetlinkError const& error) {
+      EXPECT_THAT(error.what(), HasSubstr("settings cannot be read: Invalid argument"));
+   }
+   EXPECT_EQ(heard_.dumps, 0U);
+   EXPECT_THAT(heard_.warnings, SizeIs(1));
+}
+
+TEST_F(KernelReaderTest, GoesOnAskingForWhatIsRefusedLaterAndTellsOfItOnce) {
+   KernelReader reader(loop_, {}, heard_, counters_);
+   reader.start();
+   std::array kinds{answeredKind};
+   auto const runUntil = [&](auto const& condition) {
+      auto const deadline = std::chrono::steady_clock::now() + 20s;
+      while (!condition()) {
+         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
+         loop_.run_one_for(50ms);
+      }
+   };
+   reader.read(kinds);
+   runUntil([&] { return heard_.dumps == 1; });
+   kinds[0] = refusedKind;
+   reader.read(kinds);
+   runUntil([&] { return counters_.failedDumps == 6; }); // more than would be tried before the first answer
+   EXPECT_THAT(heard_.warnings, SizeIs(1));
+   EXPECT_TRUE(reader.isReading());
+   EXPECT_THAT(heard_.notices, IsEmpty());
+   kinds[0] = answeredKind;
+   runUntil([&] { return heard_.dumps == 2; });
+   EXPECT_THAT(heard_.warnings, SizeIs(1));
+   EXPECT_THAT(heard_.notices, SizeIs(1));
+}
+
+/// Lets the process open no more than so many descriptors while it lasts. Nothing that throws
+/// is looked at meanwhile: the sanitizers open pipes to look at objects.
+class DescriptorLimit {
+ public:
+   explicit DescriptorLimit(rlim_t most) {
+      EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+      rlimit const limit{.rlim_cur = most, .rlim_max = before_.rlim_max};
+      EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+   }
+   DescriptorLimit(DescriptorLimit const&) = delete;
+   DescriptorLimit& operator=(DescriptorLimit const&) = delete;
+   ~DescriptorLimit() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0); }
+
+ private:
+   rlimit before_{};
+};
+
+TEST_F(KernelReaderTest, SaysSoWhenNoDescriptorIsLeftForASocket) {
+   auto const first = static_cast<rlim_t>(Descriptor(dup(STDERR_FILENO)).value());
+   rlim_t more = 0;
+   for (bool hasStarted = false; !hasStarted; ++more) {
+      ASSERT_LT(more, 100U);
+      KernelReader reader(loop_, {}, heard_, counters_);
+      try {
+         DescriptorLimit const limit(first + more);
+         reader.start();
+         hasStarted = true;
+      } catch (NetlinkError const& error) {
+         EXPECT_THAT(error.what(), HasSubstr("Too many open files"));
+      }
+   }
+   EXPECT_GT(more, 4U); // two sockets, each with a duplicate
+}
+
+} // namespace
+} // namespace L3TunnelAgent

@@ -1,0 +1,217 @@
+#include "agent/RoundReader.h"
+#include "agent/tests/Expected.h"
+#include "agent/tests/MessageBuilder.h"
+#include "agent/tests/RecordingBuilder.h"
+#include "agent/tests/TemporaryFile.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace L3TunnelAgent {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr auto dumpReply = FrameKind::dumpReply;
+constexpr auto datagram = FrameKind::datagram;
+constexpr auto marker = FrameKind::marker;
+constexpr auto note = FrameKind::note;
+
+/// @return each round in one word: payloads in a row, the snapshot's name in angle brackets, or "overrun".
+std::vector<std::string>
+roundsOf(RecordingBuilder const& builder) {
+   TemporaryFile file;
+   file.write(builder.bytes());
+   Recording recording(file.path());
+   RoundReader reader(recording);
+   std::vector<std::string> result;
+   while (auto const round = reader.next()) {
+      std::string text = round->snapshot ? "<" + *round->snapshot + ">" : round->overrun ? "overrun" : "";
+      for (auto const& frame : round->frames) {
+         text.append(reinterpret_cast<char const*>(frame.payload.data()), frame.payload.size());
+      }
+      if (!round->frames.empty()) {
+         EXPECT_FALSE(round->snapshot || round->overrun);
+         EXPECT_EQ(round->nanoseconds, round->frames.front().nanoseconds);
+      }
+      result.push_back(text);
+   }
+   EXPECT_FALSE(reader.next()) << "the end stays the end";
+   return result;
+}
+
+RecordingBuilder
+recordingOf(std::string_view markerText) {
+   return RecordingBuilder().frame(datagram, 1, "a").frame(marker, 2, markerText);
+}
+
+std::vector<std::byte>
+neighbourMessage() {
+   MessageBuilder message(RTM_NEWNEIGH,
+                          ndmsg{.ndm_family = AF_INET, .ndm_ifindex = 3, .ndm_state = NUD_STALE});
+   return message.ip(NDA_DST, "10.0.0.1").mac(NDA_LLADDR, "02:00:00:00:00:01").datagram();
+}
+
+} // namespace
+
+TEST(RoundReader, DumpRepliesAreOneRoundWheneverTheyCame) {
+   EXPECT_THAT(roundsOf(RecordingBuilder()
+                              .frame(marker, 1, R"({"marker": "start"})")
+                              .frame(dumpReply, 2, "a")
+                              .frame(dumpReply, 5'000'000, "b")
+                              .frame(marker, 6'000'000, R"({"marker": "dump-end"})")
+                              .frame(datagram, 6'000'001, "c")),
+               ElementsAre("ab", "c"));
+   EXPECT_THAT(roundsOf(RecordingBuilder().frame(dumpReply, 2, "a").frame(datagram, 2, "b")),
+               ElementsAre("a", "b"));
+   EXPECT_THAT(roundsOf(RecordingBuilder().frame(datagram, 2, "a").frame(dumpReply, 2, "b")),
+               ElementsAre("a", "b"));
+}
+
+TEST(RoundReader, AnnouncementsOfOneMillisecondAreOneRound) {
+   EXPECT_THAT(roundsOf(RecordingBuilder()
+                              .frame(datagram, 7'000'000, "a")
+                              .frame(datagram, 7'999'999, "b")
+                              .frame(datagram, 8'000'000, "c")
+                              .frame(datagram, 9'000'000, "d")),
+               ElementsAre("ab", "c", "d"));
+}
+
+TEST(RoundReader, MarkerEndsARoundAndASnapshotIsReported) {
+   EXPECT_THAT(roundsOf(RecordingBuilder()
+                              .frame(datagram, 7, "a")
+                              .frame(marker, 8, R"({"marker": "event", "op": "x"})")
+                              .frame(datagram, 9, "b")
+                              .frame(marker, 10, R"({"marker": "snapshot", "dir": "01-down"})")
+                              .frame(marker, 11, R"({"marker": "snapshot", "dir": "02-up"})")
+                              .frame(datagram, 12, "c")),
+               ElementsAre("a", "b", "<01-down>", "<02-up>", "c"));
+}
+
+TEST(RoundReader, LostAnnouncementsAreReportedWhereTheyWereLost) {
+   EXPECT_THAT(roundsOf(RecordingBuilder()
+                              .frame(datagram, 7, "a")
+                              .frame(note, 7, "ENOBUFS")
+                              .frame(datagram, 7, "b")
+                              .frame(note, 8, "something else")),
+               ElementsAre("a", "overrun", "b"));
+}
+
+TEST(RoundReader, DumpThatWasInterruptedIsReportedWithItsFrames) {
+   auto const reply = [](std::uint16_t flags) {
+      return MessageBuilder(NLMSG_DONE, 0, static_cast<std::uint16_t>(NLM_F_MULTI | flags)).datagram();
+   };
+   auto whole = reply(0);
+   auto const cut = reply(NLM_F_DUMP_INTR);
+   auto const isReported = [](FrameKind kind, std::vector<std::byte> const& payload) {
+      TemporaryFile file;
+      file.write(RecordingBuilder().frame(kind, 1, payload).bytes());
+      Recording recording(file.path());
+      auto const round = RoundReader(recording).next();
+      return round && round->frames.size() == 1 && round->overrun;
+   };
+   EXPECT_FALSE(isReported(dumpReply, whole));
+   EXPECT_TRUE(isReported(dumpReply, cut));
+   EXPECT_FALSE(isReported(datagram, cut)) << "the flag is one of replies";
+   whole.insert(whole.end(), cut.begin(), cut.end());
+   EXPECT_TRUE(isReported(dumpReply, whole)) << "whichever message says so";
+}
+
+TEST(RoundReader, NothingIsNoRound) {
+   EXPECT_THAT(roundsOf(RecordingBuilder()), testing::IsEmpty());
+}
+
+TEST(RoundReader, MarkerThatIsNoneIsAnErrorAfterTheRoundBeforeIt) {
+   for (auto const* const text : {"", "{", "[1]", "7", "\"snapshot\"", "\xff\xfe"}) {
+      EXPECT_THAT([&] { roundsOf(recordingOf(text)); },
+                  ThrowsMessage<RecordingError>(HasSubstr("frame 2: the marker is no JSON object")))
+            << text;
+   }
+   for (auto const* const text : {R"({"marker": "snapshot"})", R"({"marker": "snapshot", "dir": 1})"}) {
+      EXPECT_THAT([&] { roundsOf(recordingOf(text)); },
+                  ThrowsMessage<RecordingError>(HasSubstr("frame 2: the snapshot marker has no name")))
+            << text;
+   }
+   EXPECT_THAT(roundsOf(recordingOf("{}")), ElementsAre("a"));
+   EXPECT_THAT(roundsOf(recordingOf(R"({"marker": 7})")), ElementsAre("a"));
+}
+
+TEST(RoundReader, AppliedRoundIsInTheStateAndAnErrorNamesItsFrame) {
+   auto message = neighbourMessage();
+   RecordingBuilder builder;
+   builder.frame(datagram, 1, message);
+   message.resize(message.size() - 4);
+   builder.frame(datagram, 2, message);
+   TemporaryFile file;
+   file.write(builder.bytes());
+   Recording recording(file.path());
+   RoundReader reader(recording);
+   auto const round = reader.next();
+   ASSERT_TRUE(round);
+   ASSERT_EQ(round->frames.size(), 2U);
+   KernelState state;
+   EXPECT_THAT([&] { reader.apply(state, *round); },
+               ThrowsMessage<RecordingError>(HasSubstr(file.path().string() + ": frame 2: RTM_NEWNEIGH")));
+   EXPECT_EQ(state.neighbours().size(), 1U);
+}
+
+TEST(RoundReader, StandardInputIsReadPlainAndCompressed) {
+   int const kept = dup(STDIN_FILENO);
+   for (auto const& path : {recordedFile("small", "dump.rnl.gz"), recordedEvents("small")}) {
+      int const input = open(path.c_str(), O_RDONLY);
+      ASSERT_GE(input, 0);
+      dup2(input, STDIN_FILENO);
+      close(input);
+      Recording recording("-");
+      RoundReader reader(recording);
+      KernelState state;
+      while (auto const round = reader.next()) {
+         reader.apply(state, *round);
+      }
+      EXPECT_GT(state.links().size(), 2U);
+   }
+   TemporaryFile empty;
+   int const input = open(empty.path().c_str(), O_RDONLY);
+   dup2(input, STDIN_FILENO);
+   close(input);
+   EXPECT_THAT([] { Recording("-"); },
+               ThrowsMessage<RecordingError>(HasSubstr("standard input: is no recording")));
+   dup2(kept, STDIN_FILENO);
+   close(kept);
+}
+
+TEST(RoundReader, RecordedEventsNameEverySnapshotAndLoseNothing) {
+   for (auto const* const fabric : fabrics) {
+      Recording recording(recordedEvents(fabric));
+      RoundReader reader(recording);
+      std::vector<std::string> names;
+      std::size_t rounds = 0;
+      std::size_t frames = 0;
+      while (auto const round = reader.next()) {
+         EXPECT_FALSE(round->overrun);
+         if (round->snapshot) {
+            names.push_back(*round->snapshot);
+         }
+         frames += round->frames.size();
+         ++rounds;
+      }
+      EXPECT_EQ(names, snapshots(fabric));
+      EXPECT_LT(rounds, frames) << "nothing was taken together";
+   }
+}
+
+TEST(RoundReader, DumpIsOneRound) {
+   Recording recording(recordedFile("big", "dump.rnl.gz"));
+   RoundReader reader(recording);
+   EXPECT_TRUE(reader.next());
+   EXPECT_FALSE(reader.next());
+}
+
+} // namespace L3TunnelAgent
