@@ -155,7 +155,8 @@ L3UnderlayEcmpProgrammer::HandlePtr
 L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, bool isCpuDrop) {
    auto const& trace = _defaultTraceHandle();
    L3UnderlayEcmpMember1Table::EntryBlock block;
-   if (!l3EcmpNextHopTable_) {
+   // Who hears of the tables while they are made may ask too early.
+   if (!l3EcmpNextHopTable_ || !l3EcmpMemberTable_ || !egrL3Oif2_) {
       MIRELOG(facility(), TraceLevel::programmer, "getEcmpBlockHandle ARM tables are not initialized");
       DUOLOG(trace, TraceLevel::programmer, "getEcmpBlockHandle", " ARM tables are not initialized");
       return nullptr;

@@ -183,8 +183,13 @@ TableEntryHandle<T>::handleRowReturned() {
 template <class T>
 Asic::Index
 TableEntryHandle<T>::hwIndexForDependentField() const {
-   bool isCarried = !BlockKey<Key> || hwEntryIndex() != Asic::invalidIndex || !table();
-   return isCarried ? hwEntryIndex() : table()->heldHwIndex(key_);
+   if constexpr (BlockKey<Key>) {
+      if (hwEntryIndex() == Asic::invalidIndex && table()) {
+         // An empty block holds nothing, and may be pointed at all the same.
+         return key_.size() == 0 && isHwIndexValid() ? 0 : table()->heldHwIndex(key_);
+      }
+   }
+   return hwEntryIndex();
 }
 
 template <class T>

@@ -119,6 +119,16 @@ L3NextHop2Table::doRecoverHwTable(Nuv::Ptr<Asic::HwTableRecoverGroup> const& gro
    EgrL3NextHop2::doRecoverHwTable(group, unit, entityManager, chipInfo);
 }
 
+// The rows are those of the member tables.
+void
+L3NextHop2Table::hasNotificationActiveIs(bool active) {
+   Nuv::Object::hasNotificationActiveIs(active);
+   if (hasMemberTables()) {
+      ingL3NextHop2Table_->hasNotificationActiveIs(active);
+      egrL3NextHop2_->hasNotificationActiveIs(active);
+   }
+}
+
 void
 L3NextHop2Table::doPublishHwTableMountInfo() {
    if (!hasMemberTables()) {
@@ -209,11 +219,7 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
    }
    auto index = source_.acquire(*this, key, handle->hwEntryIndex());
    if (index == Asic::invalidIndex) {
-      // Whoever asks again is told again.
-      if (handle->entryState() == failed()) {
-         handle->entryStateIs(unresolved());
-      }
-      handle->entryStateIs(failed());
+      failsAgain(*handle);
       return handle;
    }
    if (isInPlace(*handle, index, ingEntry, egrEntry)) {
@@ -243,6 +249,20 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
    }
    steps.finish();
    return handle;
+}
+
+// Whoever asks again is told again, unless an observer was faster with another write.
+void
+L3NextHop2Table::failsAgain(EntryHandle& handle) {
+   WriteWatch watch(handle);
+   Nuv::AllSteps steps;
+   if (handle.entryState() == failed()) {
+      steps([&] { handle.entryStateIs(unresolved()); });
+   }
+   if (!watch.isOvertaken()) {
+      steps([&] { handle.entryStateIs(failed()); });
+   }
+   steps.finish();
 }
 
 // Rows that somebody else keeps at the index do not make a fresh key's pair complete, so the key itself must
@@ -316,10 +336,12 @@ L3NextHop2Table::entryRemove(Key const& key) {
    }
    auto handle = handles_.find(key);
    AccessorBase::removed(handle.get(), handle ? &handle->responseHandler_ : nullptr, *this, key);
+   lastReferenceDel(handle);
 }
 
 void
 L3NextHop2Table::entryRemoveAll() {
+   Nuv::Ptr<L3NextHop2Table> alive(this);
    mappedEntryHandleDelAll();
    handles_.forEach([this](EntryHandle& handle) {
       AccessorBase::removed(&handle, &handle.responseHandler_, *this, handle.key());
@@ -372,6 +394,8 @@ L3NextHop2Table::cleanup() {
    if (isTakenDown_) {
       return;
    }
+   // Who hears of it may let go of the table.
+   Nuv::Ptr<L3NextHop2Table> alive(this);
    isTakenDown_ = true;
    Nuv::AllSteps steps;
    steps([this] { entryHandleDelAll(); });

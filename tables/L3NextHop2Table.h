@@ -174,6 +174,9 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
                                 Asic::ChipInfo const& chipInfo);
    void doPublishHwTableMountInfo() override;
 
+   /// Switches the member tables with it: off, neither writes rows, and taking them down clears none.
+   void hasNotificationActiveIs(bool active) override;
+
    /// As many as both member tables have.
    Asic::Index numEntries() const override;
 
@@ -193,7 +196,9 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void doReserveIndicesAtTableInit();
    Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;
    void mappingIs(Key const& key, Nuv::Ptr<EntryHandle> const& handle);
-   static void mappingDel(Nuv::Ptr<EntryHandle> const& handle);
+   static void mappingDel(Nuv::Ptr<EntryHandle>& handle);
+   static void lastReferenceDel(Nuv::Ptr<EntryHandle>& handle);
+   static void failsAgain(EntryHandle& handle);
    void ingL3NextHop2TableIs(Nuv::Ptr<IngL3NextHop2Table> table);
    void egrL3NextHop2Is(Nuv::Ptr<EgrL3NextHop2> table);
    Nuv::Ptr<EntryHandle> writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType);

@@ -35,7 +35,7 @@ L3NextHop2Table::mappingIs(Key const& key, Nuv::Ptr<EntryHandle> const& handle) 
 void
 L3NextHop2Table::mappedEntryHandleDel(Key const& key) {
    if (auto* found = mapped_.find(key)) {
-      auto const mapped = *found;
+      auto mapped = *found;
       mapped_.erase(key);
       mappingDel(mapped);
    }
@@ -49,11 +49,20 @@ L3NextHop2Table::mappedEntryHandleDelAll() {
    }
 }
 
-// The mapping's reference goes last, with the caller's.
+// The mapping's reference goes last.
 void
-L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle> const& handle) {
+L3NextHop2Table::mappingDel(Nuv::Ptr<EntryHandle>& handle) {
    if (--handle->mappings_ == 0) {
       handle->isMappedIs(false);
+   }
+   lastReferenceDel(handle);
+}
+
+// What may be the last reference goes in the open: what observers of the end throw leaves through the caller.
+void
+L3NextHop2Table::lastReferenceDel(Nuv::Ptr<EntryHandle>& handle) {
+   if (auto* last = handle.detach()) {
+      last->referenceDel();
    }
 }
 

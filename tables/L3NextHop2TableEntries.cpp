@@ -99,7 +99,8 @@ L3NextHop2Table::UnresolvedMergedEntry::setEntryState(Asic::SwTableBase::EntrySt
 
 void
 L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
-   if (!handle_ || !handle_->table()) {
+   bool isWhole = entry_.mergedEntryHandles() == MergedEntry::numMemberTables();
+   if (!isWhole || !handle_ || !handle_->table()) {
       return;
    }
    // The halves are issued at the key's index.
@@ -116,7 +117,8 @@ L3NextHop2Table::UnresolvedMergedEntry::doResolve() {
    WriteWatch watch(*handle);
    Nuv::AllSteps steps;
    steps([&] { handle->hwEntryIndexIs(index); });
-   if (watch.isOvertaken() || hasFailedNeededEntry()) {
+   // Who heard of the index may have resolved the pair, too.
+   if (watch.isOvertaken() || !handle_ || hasFailedNeededEntry()) {
       steps.finish();
       return;
    }
@@ -236,7 +238,8 @@ L3NextHop2Table::IndexDeallocatorSm::MemberTableSm::handleResolvedEntry(Asic::In
 void
 L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
    auto const& trace = _defaultTraceHandle();
-   if (!table_.indexAllocator()) {
+   auto const allocator = table_.indexAllocator();
+   if (!allocator || !allocator->isHeldAt(index)) {
       return;
    }
    if (table_.ingL3NextHop2Table_ && table_.ingL3NextHop2Table_->resolvedEntryHas(index)) {
@@ -247,11 +250,8 @@ L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
       DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": index still used in egrL3NextHop2");
       return;
    }
-   auto& allocator = *table_.indexAllocator();
-   if (allocator.isHeldAt(index)) {
-      DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
-      allocator.releaseIndexAt(index, &table_);
-   }
+   DUOLOG(trace, TraceLevel::resolve, "handleResolvedEntry", ": freeing index :", index);
+   allocator->releaseIndexAt(index, &table_);
 }
 
 } // namespace ZandorL3Tunnel

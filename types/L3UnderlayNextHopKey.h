@@ -23,8 +23,7 @@ struct ZANDOR_EXPORT L3UnderlayNextHopKey : Nuv::Record<L3UnderlayNextHopKey> {
                             Nuv::field("nhEntryType", &L3UnderlayNextHopKey::nhEntryType),
                             Nuv::field("macAddr", &L3UnderlayNextHopKey::macAddr),
                             Nuv::field("l3Id", &L3UnderlayNextHopKey::l3Id),
-                            Nuv::field("l2If", &L3UnderlayNextHopKey::l2If))
-            .hashedPacked();
+                            Nuv::field("l2If", &L3UnderlayNextHopKey::l2If));
    }
 };
 

@@ -91,8 +91,12 @@ TEST_F(KernelReaderTest, GoesOnAskingForWhatIsRefusedLaterAndTellsOfItOnce) {
    EXPECT_THAT(heard_.notices, SizeIs(1));
 }
 
-/// Lets the process open no more than so many descriptors while it lasts. Nothing that throws
-/// is looked at meanwhile: the sanitizers open pipes to look at objects.
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+constexpr bool isUndefinedBehaviourSanitized = __has_feature(undefined_behavior_sanitizer);
+
+/// Lets the process open no more than so many descriptors while it lasts.
 class DescriptorLimit {
  public:
    explicit DescriptorLimit(rlim_t most) {
@@ -109,6 +113,9 @@ class DescriptorLimit {
 };
 
 TEST_F(KernelReaderTest, SaysSoWhenNoDescriptorIsLeftForASocket) {
+   if (isUndefinedBehaviourSanitized) {
+      GTEST_SKIP() << "the sanitizer opens pipes itself to look at objects; the other builds show this";
+   }
    auto const first = static_cast<rlim_t>(Descriptor(dup(STDERR_FILENO)).value());
    rlim_t more = 0;
    for (bool hasStarted = false; !hasStarted; ++more) {

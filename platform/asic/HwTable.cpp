@@ -109,7 +109,7 @@ HwTable::rowIs(Index index, std::span<std::uint32_t const> words, SwTable::Entry
    waitDel(index, at, owner);
    bool isEqual = at.isPresent && std::equal(words.begin(), words.end(), issued);
    auto* before = at.isOwners ? at.owner : nullptr;
-   ownerIs(index, at, owner, isEqual);
+   ownerIs(index, at, owner);
    at.isRecovered = false;
    if (isEqual) {
       equalRowIs(index, at, owner, std::move(hold));
@@ -199,6 +199,7 @@ HwTable::commandIs(Index index, Row& at, std::uint32_t* issued, std::span<std::u
    entry.isWrite = !words.empty();
    entry.wasPresent = at.isPresent;
    entry.previous = previous;
+   entry.issuedBefore = at.issued;
    entry.table = table;
    entry.ownerBefore = at.isOwners ? at.owner : nullptr;
    entry.hold = std::move(hold);
@@ -287,7 +288,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
    if (cleared_.empty()) {
       if (isNewest && isWrite && at.isOwners) {
          at.isUntold = false;
-         tellConfirmed(index, at.owner, table.get());
+         tellConfirmed(index, command, at.owner, table.get());
       }
       return;
    }
@@ -297,7 +298,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
    auto* still = isWrite ? rowIfAny(index) : nullptr;
    if (still && still->issued == command && still->equalWrite == equalWrite && still->isOwners) {
       still->isUntold = false;
-      steps([&] { tellConfirmed(index, still->owner, table.get()); });
+      steps([&] { tellConfirmed(index, command, still->owner, table.get()); });
    }
    steps.finish();
 }
@@ -322,14 +323,14 @@ HwTable::supersededBy(Command command, Unanswered const& entry, Row const& at) {
 }
 
 void
-HwTable::tellConfirmed(Index index, SwTable::EntryHandle* owner, SwTable* table) {
+HwTable::tellConfirmed(Index index, Command command, SwTable::EntryHandle* owner, SwTable* table) {
    if (formers_.empty()) [[likely]] {
       tell(owner, table, RowAnswer::confirmed);
       return;
    }
    Nuv::AllSteps steps;
    steps([&] { tell(owner, table, RowAnswer::confirmed); });
-   tellFormers(index, RowAnswer::confirmed, steps);
+   tellFormers(index, command, RowAnswer::confirmed, steps);
    steps.finish();
 }
 
@@ -354,7 +355,8 @@ HwTable::react() {
    // An equal write behind this one is a later command as well: whoever made it hears of his own.
    if (at.issued == write.issued && at.equalWrite == write.number) {
       at.equalWrite = 0;
-      tell(at.owner, write.table.get(), RowAnswer::confirmed);
+      Nuv::Ptr<HwTable> const alive(this);
+      tellConfirmed(write.index, at.issued, at.owner, write.table.get());
    }
 }
 

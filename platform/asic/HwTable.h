@@ -102,6 +102,7 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
 
  protected:
    using Command = std::uint64_t;
+   static constexpr Command noCommand = ~Command(0);
 
    HwTable(Shape shape, Nuv::ReactionLoop& loop);
    ~HwTable() override;
@@ -141,7 +142,8 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
       bool isWrite{};
       bool wasPresent{};
       std::uint8_t refusals{};
-      Command previous{}; ///< the unanswered one before it for the same row, or 0
+      Command previous{};     ///< the unanswered one before it for the same row, or 0
+      Command issuedBefore{}; ///< the newest one before it, answered or not, whose words it replaces
       Nuv::Ptr<SwTable> table;
       Hold hold;
       SwTable::EntryHandle* deleted{};              ///< who waits for the row to be cleared
@@ -159,7 +161,8 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    /// Who wrote a row before its owner, and wants it still.
    struct Former {
       SwTable::EntryHandle* owner{};
-      bool isEqual{}; ///< his words are those of the newest command
+      Command wrote{}; ///< his words are those of this command
+      bool isUntold{}; ///< he has not heard what became of them
    };
 
    /// Who has waited for a row to be cleared, and is still to be told.
@@ -187,15 +190,15 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
                          SwTable* table, Hold hold);
    void accepted(Command command, Unanswered& entry);
    std::vector<Unanswered> supersededBy(Command command, Unanswered const& entry, Row const& at);
-   void tellConfirmed(Index index, SwTable::EntryHandle* owner, SwTable* table);
+   void tellConfirmed(Index index, Command command, SwTable::EntryHandle* owner, SwTable* table);
    void refused(Command command, Unanswered& entry);
    void retry(Command refused, Unanswered& entry);
    void issueParked();
-   void ownerIs(Index index, Row& at, SwTable::EntryHandle& owner, bool isEqual);
+   void ownerIs(Index index, Row& at, SwTable::EntryHandle& owner);
    void formerDel(Index index, SwTable::EntryHandle const& owner);
    void ownerBeforeDel(Row const& at, SwTable::EntryHandle const& owner);
    bool returnRow(Index index, Row& at);
-   void tellFormers(Index index, RowAnswer answer, Nuv::AllSteps& steps);
+   void tellFormers(Index index, Command command, RowAnswer answer, Nuv::AllSteps& steps);
    void waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner);
    void clearedIs(Unanswered const& entry) {
       if (entry.deleted) {

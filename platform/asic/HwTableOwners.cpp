@@ -1,26 +1,21 @@
 #include "platform/asic/HwTable.h"
 
 #include <algorithm>
+#include <utility>
 
 // Whose a row is: its owner's, who wrote it last, and after him that of who wrote it before.
 
 namespace Asic {
 
 void
-HwTable::ownerIs(Index index, Row& at, SwTable::EntryHandle& owner, bool isEqual) {
+HwTable::ownerIs(Index index, Row& at, SwTable::EntryHandle& owner) {
    formerDel(index, owner);
    if (at.owner && at.owner != &owner && at.owner->isResolved()) {
-      formers_.emplace(index, Former{at.owner, true});
+      bool isUntold = at.isUntold || at.equalWrite != 0 || unanswered(at.issued);
+      formers_.emplace(index, Former{at.owner, at.isOwners ? at.issued : noCommand, isUntold});
    }
    at.owner = &owner;
    at.isOwners = true;
-   if (formers_.empty()) [[likely]] {
-      return;
-   }
-   auto [former, end] = formers_.equal_range(index);
-   for (; former != end; ++former) {
-      former->second.isEqual = former->second.isEqual && isEqual;
-   }
 }
 
 void
@@ -52,16 +47,16 @@ HwTable::returnRow(Index index, Row& at) {
    return true;
 }
 
-// The answer is theirs as well: it speaks for the words that they wrote.
+// The answer is theirs as well: it speaks for the words that they wrote. Each hears it once.
 void
-HwTable::tellFormers(Index index, RowAnswer answer, Nuv::AllSteps& steps) {
+HwTable::tellFormers(Index index, Command command, RowAnswer answer, Nuv::AllSteps& steps) {
    if (formers_.empty()) {
       return;
    }
    std::vector<Nuv::Ptr<SwTable::EntryHandle>> told;
    auto [former, end] = formers_.equal_range(index);
    for (; former != end; ++former) {
-      if (former->second.isEqual) {
+      if (former->second.wrote == command && std::exchange(former->second.isUntold, false)) {
          told.emplace_back(former->second.owner);
       }
    }
@@ -81,7 +76,7 @@ HwTable::tellUncovered(Index index) {
    if (at && at->isUntold && at->isPresent && at->isOwners && at->owner && !unanswered(at->issued)) {
       at->isUntold = false;
       Nuv::Ptr<SwTable> table(at->owner->swTable());
-      tell(at->owner, table.get(), RowAnswer::confirmed);
+      tellConfirmed(index, at->issued, at->owner, table.get());
    }
 }
 

@@ -35,7 +35,7 @@ HwTable::refused(Command command, Unanswered& entry) {
    Nuv::AllSteps steps;
    if (isNewest) {
       steps([&] { tell(owner, done.table.get(), RowAnswer::refused); });
-      tellFormers(done.index, RowAnswer::refused, steps);
+      tellFormers(done.index, command, RowAnswer::refused, steps);
       steps([&] { tellUncovered(done.index); });
    } else {
       // Somebody has written the row since.
@@ -50,7 +50,7 @@ HwTable::refused(Command command, Unanswered& entry) {
 void
 HwTable::unlink(Row& at, std::uint32_t* words, Command command, Unanswered const& entry) {
    if (command == at.issued) {
-      at.issued = entry.previous;
+      at.issued = entry.issuedBefore;
       at.isPresent = entry.wasPresent;
       at.isOwners = entry.ownerBefore != nullptr;
       if (entry.ownerBefore) {
@@ -65,6 +65,7 @@ HwTable::unlink(Row& at, std::uint32_t* words, Command command, Unanswered const
       later = unanswered(later->previous);
    }
    later->previous = entry.previous;
+   later->issuedBefore = entry.issuedBefore;
    later->wasPresent = entry.wasPresent;
    later->ownerBefore = entry.ownerBefore;
    later->before = entry.before;

@@ -20,8 +20,9 @@ class InitAgainTest : public ProgrammerTest {
       rowsApplied.clear();
       // Once the second group is in the chip it forwards as it was asked to, whatever happens to the first.
       afterRow = [this] {
-         if (after && chip->table("L3EcmpGroup0Table")->hasRow(1)) {
-            EXPECT_TRUE(forwards(1)) << "after " << rowsApplied.back();
+         auto const second = after ? groups->entryHandle(adjacency(8)) : nullptr;
+         if (second && chip->table("L3EcmpGroup0Table")->hasRow(second->hwEntryIndex())) {
+            EXPECT_TRUE(forwards(second->hwEntryIndex())) << "after " << rowsApplied.back();
          }
       };
    }

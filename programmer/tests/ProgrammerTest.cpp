@@ -283,9 +283,12 @@ TEST_F(ProgrammerTest, PublishesATableAsSoonAsItIsInitialised) {
    chip->publish(*database, unit);
    fresh->doMountHwTableMountInfo(mounts);
    mounts->doMount(database);
+   auto const vias = l3ViaFactory();
+   vias->viaIs(viaOfKind(Brix::NextHopEntryType::unicast), 1);
    std::vector<Pelm::String> seen;
    Watch watch;
    watch.onEntity = [&](Pelm::String const& path) {
+      EXPECT_FALSE(fresh->getEcmpBlockHandle(vias, false)) << "the tables are not all there yet";
       if (path == Asic::HwTableMountInfo::path(EgrL3NextHop2::typeName())) {
          EXPECT_TRUE(fresh->l3EcmpNextHopTable()->indexAllocator());
          EXPECT_FALSE(fresh->l3EcmpMemberTable());

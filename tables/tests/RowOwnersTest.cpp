@@ -108,6 +108,52 @@ TEST_F(RowOwnersTest, ARefusalIsForAllWhoseWordsItRefuses) {
    EXPECT_THAT(second, ModelChip::HasState(State::failed));
 }
 
+TEST_F(RowOwnersTest, AnEqualWriteThatComesBetweenIsAnsweredToo) {
+   auto first = write(0, 7);
+   rowsSince();
+   tables[0]->handleEntry(5);
+   auto second = write(1, 7);
+   auto third = write(2, 7);
+   EXPECT_THAT(first, ModelChip::HasState(State::inProgress));
+   EXPECT_THAT(rowsSince(), IsEmpty());
+   EXPECT_THAT(first, ModelChip::HasState(State::success));
+   EXPECT_THAT(second, ModelChip::HasState(State::success));
+   EXPECT_THAT(third, ModelChip::HasState(State::success));
+}
+
+TEST_F(RowOwnersTest, RowsThatAreThereFromARunBeforeAnswerAllWhoWriteThem) {
+   auto const memory = write(0, 7);
+   rowsSince();
+   tables[0]->hasNotificationActiveIs(false);
+   tables[0]->cleanup();
+   tables[1]->syncEntries();
+   auto second = write(1, 7);
+   auto third = write(2, 7);
+   EXPECT_THAT(rowsSince(), IsEmpty());
+   EXPECT_THAT(second, ModelChip::HasState(State::success));
+   EXPECT_THAT(third, ModelChip::HasState(State::success));
+}
+
+TEST_F(RowOwnersTest, ARowThatARefusalUncoversIsConfirmedToAllWhoWroteIt) {
+   for (bool isAnsweredBefore : {false, true}) {
+      faults->holdAnswers();
+      auto first = write(0, 7);
+      auto second = write(1, 7);
+      loop.runUntilIdle();
+      faults->refuse({"EgrL3Oif2", {}, true}, 1);
+      write(1, 8);
+      loop.runUntilIdle();
+      EXPECT_TRUE(faults->releaseAnswer(isAnsweredBefore ? 0 : 1));
+      loop.runUntilIdle();
+      faults->stop();
+      loop.runUntilIdle();
+      EXPECT_EQ(valueInChip(), 7u);
+      EXPECT_THAT(first, ModelChip::HasState(State::success)) << isAnsweredBefore;
+      first = second = nullptr;
+      loop.runUntilIdle();
+   }
+}
+
 TEST_F(RowOwnersTest, OneWhoseWordsAreNotThereIsNotConfirmedUntilTheRowIsItsOwn) {
    auto first = write(0, 7);
    auto second = write(1, 8);

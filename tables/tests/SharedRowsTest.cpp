@@ -47,6 +47,9 @@ TEST(SharedRowsTest, AHandleDoesNotCarryTheIndexOfSharedRowsAndDependantsFindItA
    EXPECT_EQ(blocks->hwIndexOnlyForCrossAgentCommunication(second), 1u);
    EXPECT_EQ(blocks->util()->getHwIndex(*blocks->entryHandle(second)), 1u);
    EXPECT_EQ(rows.size(), 3u);
+   auto emptyHandle = blocks->entryBlockRef({});
+   EXPECT_TRUE(emptyHandle->isHwIndexValid());
+   EXPECT_EQ(emptyHandle->hwIndexForDependentField(), 0u) << "a run of no rows is at index 0";
 }
 
 } // namespace

@@ -81,8 +81,8 @@ class StateWatch final : public Asic::SwTableBase::EntryHandle::Notifiee {
 
    void handleEntryState() override {
       states.push_back(handle_.entryState());
-      if (onState) {
-         onState();
+      if (auto const call = onState) { // a copy, since it may replace itself
+         call();
       }
    }
 
