@@ -14,6 +14,10 @@ function(l3tunnel_test folder)
    target_include_directories(${name}-test PRIVATE ${PROJECT_SOURCE_DIR})
    target_link_libraries(${name}-test PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
 
+   # What is quick enough goes through everything there is, the rest through a part of it.
+   target_compile_definitions(${name}-test PRIVATE
+      $<$<AND:$<CONFIG:Release>,$<EQUAL:${CMAKE_SIZEOF_VOID_P},8>>:L3TUNNEL_LONG_TESTS>)
+
    # Files of random tests are named *RandomTest.cpp.
    set(ordinary ${ARG_SOURCES})
    list(FILTER ordinary EXCLUDE REGEX "RandomTest\\.cpp$")

@@ -10,7 +10,7 @@ using testing::ContainerEq;
 using testing::IsEmpty;
 
 // What sanitizers and the smaller machine take too long for.
-#if defined(__OPTIMIZE__) && defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__)
+#ifdef L3TUNNEL_LONG_TESTS
 constexpr unsigned flowsPerSet = 1000;
 #else
 constexpr unsigned flowsPerSet = 64;

@@ -216,10 +216,10 @@ class RandomFabric {
 };
 
 // Sanitizers make a round thirty times as long.
-#ifdef AGENT_TESTS_ALL_SNAPSHOTS
+#ifdef L3TUNNEL_LONG_TESTS
 constexpr int rounds = 10'000;
 #else
-constexpr int rounds = 2'000;
+constexpr int rounds = 1'000;
 #endif
 
 void

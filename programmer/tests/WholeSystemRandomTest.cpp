@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t longestScript = 2000;
 
-#if defined(__x86_64__) && defined(__OPTIMIZE__) && !defined(__clang__)
+#ifdef L3TUNNEL_LONG_TESTS
 constexpr int usualSteps = 500'000;
 #else
 constexpr int usualSteps = 50'000;
