@@ -39,6 +39,9 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    std::optional<Entry> entry(Key const& key) const;
    std::optional<Entry> resolvedEntry(Key const& key) const;
    bool resolvedEntryHas(Key const& key) const;
+   Nuv::Ptr<Waiting> unresolvedEntryIs(Key const& key, Entry const& entry) const;
+   void unresolvedEntryDel(Key const& key) const;
+   void unresolvedEntryDelAll() const;
 
    void handleEntryState(Handle& eh) const {
       MIRELOG(T::traceFacility(), ZandorL3Tunnel::TraceLevel::state, "entryState {} of {}", eh.entryState(),
@@ -72,6 +75,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void writeWaiting(Handle& eh, Entry const& entry) const;
    void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;
    void unresolvedEntryDel(Handle& eh) const;
+   void unresolvedEntryDrop(Handle& eh) const;
    void initUnresolvedEntry(Handle& eh, Waiting& ue) const;
    template <class Take>
    void forEachResolved(Take&& take) const;

@@ -19,12 +19,7 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
       if (eh.unresolvedEntry()) {
          DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
                 " : Deleting existing unresolved entry at key : ", eh.key());
-         WriteWatch watch(eh);
-         unresolvedEntryDel(eh);
-         // One write, the removal just made, is this one's own.
-         if (watch.writesSince() == 1) {
-            eh.entryStateIs(eh.isRowRefused() ? failed() : eh.resolvedEntryState());
-         }
+         unresolvedEntryDrop(eh);
       }
       return;
    }

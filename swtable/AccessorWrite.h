@@ -199,4 +199,48 @@ SwTable::Accessor<T>::resolvedEntryHas(Key const& key) const {
    return eh && eh->isResolved();
 }
 
+template <class T>
+Nuv::Ptr<typename SwTable::Accessor<T>::Waiting>
+SwTable::Accessor<T>::unresolvedEntryIs(Key const& key, Entry const& entry) const {
+   auto eh = swTable_->handles().find(key);
+   if (!eh || eh->entryType() == Handle::inDeletion()) {
+      return nullptr;
+   }
+   writeWaiting(*eh, entry);
+   return eh->unresolvedEntry();
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::unresolvedEntryDel(Key const& key) const {
+   if (auto eh = swTable_->handles().find(key); eh && eh->unresolvedEntry()) {
+      unresolvedEntryDrop(*eh);
+   }
+}
+
+template <class T>
+void
+SwTable::Accessor<T>::unresolvedEntryDelAll() const {
+   Nuv::Ptr<T> alive(swTable_);
+   swTable_->handles().forEach([this](Handle& eh) {
+      if (eh.unresolvedEntry()) {
+         unresolvedEntryDrop(eh);
+      }
+   });
+}
+
+// The value that is to be in hardware, if any, is the entry's again.
+template <class T>
+void
+SwTable::Accessor<T>::unresolvedEntryDrop(Handle& eh) const {
+   ZandorL3Tunnel::WriteWatch watch(eh);
+   unresolvedEntryDel(eh);
+   // One write, the removal just made, is this one's own.
+   if (watch.writesSince() == 1) {
+      eh.entryStateIs(!eh.isResolved()    ? unresolved()
+                      : eh.isRowRefused() ? failed()
+                                          : eh.resolvedEntryState());
+   }
+}
+
 } // namespace Asic

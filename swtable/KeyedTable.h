@@ -84,6 +84,27 @@ class ZANDOR_EXPORT KeyedTable : public TableCore<T, SheetType, typename SheetTy
    /// Whether there is a value that is to be in hardware at `key`.
    bool resolvedEntryHas(Index const& key) const { return this->accessor().resolvedEntryHas(key); }
 
+   /// The value that waits at `key` for entries that it needs; null when none does. `...Is` lets a value wait
+   /// at the key's entry in place of an earlier one, or resolves it at once when it needs nothing, and
+   /// returns what waits then; null without an entry. `...Del` drops what waits: a value that is to be in
+   /// hardware is the entry's again, and without one the entry is `unresolved` until it is written. For
+   /// tables whose entries name entries of others.
+   Nuv::Ptr<typename Core::UnresolvedEntry> unresolvedEntry(Index const& key) const {
+      auto handle = this->entryHandle(key);
+      return handle ? handle->unresolvedEntry() : nullptr;
+   }
+   bool unresolvedEntryHas(Index const& key) const { return unresolvedEntry(key) != nullptr; }
+   Nuv::Ptr<typename Core::UnresolvedEntry>
+   unresolvedEntryIs(Index const& key, Entry const& entry) requires Asic::HasDependentFields<Entry> {
+      return this->accessor().unresolvedEntryIs(key, entry);
+   }
+   void unresolvedEntryDel(Index const& key) requires Asic::HasDependentFields<Entry> {
+      this->accessor().unresolvedEntryDel(key);
+   }
+   void unresolvedEntryDelAll() requires Asic::HasDependentFields<Entry> {
+      this->accessor().unresolvedEntryDelAll();
+   }
+
    /// Takes every resolved value back: its row is cleared, and its entry is `unresolved` until it is written
    /// again.
    void resolvedEntryDelAll() { this->accessor().resolvedEntryDelAll(); }

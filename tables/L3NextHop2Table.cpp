@@ -181,8 +181,13 @@ L3NextHop2Table::egrL3NextHop2Entry(Key const& key) const {
 }
 
 Nuv::Ptr<L3NextHop2Table::EntryHandle>
+L3NextHop2Table::ownHandle(Key const& key) {
+   return handles_.findOrMake(key, [&] { return Nuv::make<EntryHandle>(key, this); });
+}
+
+Nuv::Ptr<L3NextHop2Table::EntryHandle>
 L3NextHop2Table::writtenHandle(Key const& key, Asic::AutoRemoveType autoRemoveType) {
-   auto handle = handles_.findOrMake(key, [&] { return Nuv::make<EntryHandle>(key, this); });
+   auto handle = ownHandle(key);
    if (autoRemoveType == Asic::needsExplicitRemove()) {
       AccessorBase::committed(*handle);
    } else {
@@ -380,11 +385,19 @@ L3NextHop2Table::entryHandleDelAll() {
    Nuv::AllSteps steps;
    auto mapped = std::exchange(mapped_, {});
    for (auto const& handle : handles_.takeAll()) {
-      bool isHeldByTable = handle->entryType() != EntryHandle::referenceOnly();
-      steps([&] { leave(*handle); });
-      if (isHeldByTable) {
-         steps([&] { handle->referenceDel(); });
-      }
+      steps([&] { letGo(*handle); });
+   }
+   steps.finish();
+}
+
+// The handle is held by the caller, and not found any more.
+void
+L3NextHop2Table::letGo(EntryHandle& handle) {
+   bool isHeldByTable = handle.entryType() != EntryHandle::referenceOnly();
+   Nuv::AllSteps steps;
+   steps([&] { leave(handle); });
+   if (isHeldByTable) {
+      steps([&] { handle.referenceDel(); });
    }
    steps.finish();
 }

@@ -111,8 +111,15 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    /// The handle that the key stands for, or else its own; null without both.
    Nuv::Ptr<EntryHandle const> entryHandle(Key const& key) const;
 
-   /// Lets every handle and every mapping go, as taking the table down does: halves that nobody else holds
-   /// go, and handles that users hold are inert.
+   /// The handle at `key`, or a new one, which the table holds until its entry is written or it is let go;
+   /// null once the table was taken down. Mappings do not count.
+   HandlePtr entryHandleIs(Key const& key);
+   bool entryHandleHas(Key const& key) const { return handles_.has(key); }
+
+   /// Lets the handle at `key` go, and the mappings to it: halves that nobody else holds go, and a handle
+   /// that users hold is inert. Without one it does nothing. `...DelAll` lets every handle and every mapping
+   /// go, as taking the table down does.
+   void entryHandleDel(Key const& key);
    void entryHandleDelAll();
 
    /// The handle that the key stands for; null when it is not mapped. `...Is` maps the key to the handle of
@@ -195,6 +202,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void doEnclosingInit();
    void doReserveIndicesAtTableInit();
    Nuv::Ptr<EntryHandle> handleAtKey(Key const& key) const;
+   Nuv::Ptr<EntryHandle> ownHandle(Key const& key);
    void mappingIs(Key const& key, Nuv::Ptr<EntryHandle> const& handle);
    static void mappingDel(Nuv::Ptr<EntryHandle>& handle);
    static void lastReferenceDel(Nuv::Ptr<EntryHandle>& handle);
@@ -214,6 +222,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void cleanup(EntryHandle& handle);
    void endExpected(EntryHandle const& handle) const;
    void leave(EntryHandle& handle);
+   void letGo(EntryHandle& handle);
 
    Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2Table_;
    Nuv::Ptr<EgrL3NextHop2> egrL3NextHop2_;

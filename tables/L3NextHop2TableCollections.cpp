@@ -6,6 +6,28 @@
 namespace ZandorL3Tunnel {
 
 L3NextHop2Table::HandlePtr
+L3NextHop2Table::entryHandleIs(Key const& key) {
+   return isTakenDown_ ? HandlePtr() : ownHandle(key);
+}
+
+void
+L3NextHop2Table::entryHandleDel(Key const& key) {
+   Nuv::Ptr<L3NextHop2Table> alive(this);
+   Nuv::Ptr<EntryHandle> const handle = handles_.find(key);
+   if (!handle) {
+      return;
+   }
+   for (auto at = mapped_.iterator(); at; ++at) {
+      if (at->value() == handle) {
+         mappedEntryHandleDel(Key(at->key()));
+      }
+   }
+   if (handles_.del(*handle)) {
+      letGo(*handle);
+   }
+}
+
+L3NextHop2Table::HandlePtr
 L3NextHop2Table::mappedEntryHandle(Key const& key) const {
    auto const* mapped = mapped_.find(key);
    return mapped ? HandlePtr(*mapped) : HandlePtr();

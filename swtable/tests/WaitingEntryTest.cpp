@@ -57,6 +57,58 @@ TEST_F(WaitingEntryTest, ResolvesAtOnceOverARowThatIsThere) {
    EXPECT_EQ(trace.count(" UnresolvedEntry resolved at key  : 1"), 1u);
 }
 
+TEST_F(WaitingEntryTest, WhatWaitsIsShownAndMayBeDropped) {
+   auto interface = interfaceIs(5);
+   loop.runUntilIdle();
+   auto nextHop = nextHops->entryRef(1, nextHopOver(interface));
+   loop.runUntilIdle();
+   EXPECT_FALSE(nextHops->unresolvedEntryHas(1));
+   auto late = interfaceIs(6);
+   nextHops->entryRef(1, nextHopOver(late, 2));
+   ASSERT_TRUE(nextHops->unresolvedEntry(1));
+   EXPECT_EQ(nextHops->unresolvedEntry(1)->value().entry, nextHopOver(late, 2));
+   EXPECT_EQ(nextHop->entryState(), State::unresolved);
+   nextHops->unresolvedEntryDel(1);
+   EXPECT_FALSE(nextHops->unresolvedEntryHas(1));
+   EXPECT_EQ(nextHop->entryState(), State::success) << "the value before is the entry's again";
+   EXPECT_EQ(nextHops->entry(1)->dstMacAddress, nextHopOver(interface).dstMacAddress);
+   nextHops->unresolvedEntryDel(1);
+   nextHops->unresolvedEntryDel(2);
+   EXPECT_FALSE(nextHops->unresolvedEntryHas(2));
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHop->entryState(), State::success);
+}
+
+TEST_F(WaitingEntryTest, WhatWaitsMayAllBeDropped) {
+   auto interface = interfaceIs(5);
+   auto first = nextHops->entryRef(1, nextHopOver(interface));
+   auto second = nextHops->entryRef(2, nextHopOver(interface));
+   nextHops->unresolvedEntryDelAll();
+   EXPECT_FALSE(nextHops->unresolvedEntryHas(1) || nextHops->unresolvedEntryHas(2));
+   loop.runUntilIdle();
+   EXPECT_EQ(first->entryState(), State::unresolved);
+   nextHops->entryRef(1, nextHopOver(interface));
+   loop.runUntilIdle();
+   EXPECT_EQ(first->entryState(), State::success);
+   EXPECT_EQ(second->entryState(), State::unresolved);
+}
+
+TEST_F(WaitingEntryTest, AValueIsMadeToWaitAtAnEntryThatIsThere) {
+   EXPECT_FALSE(nextHops->unresolvedEntryIs(1, nextHopOver(nullptr)));
+   EXPECT_FALSE(nextHops->entryHas(1));
+   auto interface = interfaceIs(5);
+   auto nextHop = nextHops->entryRef(1, nextHopOver(interface));
+   auto const waiting = nextHops->unresolvedEntryIs(1, nextHopOver(interface, 2));
+   ASSERT_TRUE(waiting);
+   EXPECT_EQ(nextHops->unresolvedEntry(1), waiting);
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHops->resolvedEntry(1)->dstMacAddress, nextHopOver(interface, 2).dstMacAddress);
+   EXPECT_FALSE(nextHops->unresolvedEntryIs(1, nextHopOver(interface, 3)))
+         << "it needs nothing that is not there";
+   loop.runUntilIdle();
+   EXPECT_EQ(nextHops->resolvedEntry(1)->dstMacAddress, nextHopOver(interface, 3).dstMacAddress);
+}
+
 TEST_F(WaitingEntryTest, InterfaceThatIsBeingRewrittenHoldsNobodyUp) {
    auto interface = interfaceIs(5, 1);
    loop.runUntilIdle();

@@ -160,6 +160,41 @@ TEST_F(L3NextHop2TableCollectionsTest, HandlesThatAreLetGoAreInertAndTheTableGoe
    EXPECT_EQ(fresh->entryState(), State::success);
 }
 
+TEST_F(L3NextHop2TableCollectionsTest, AHandleMayBeMadeAheadAndIsWrittenLater) {
+   handle = nextHops->entryHandleIs(keyOf(7));
+   ASSERT_TRUE(nextHops->entryHandleHas(keyOf(7)));
+   EXPECT_EQ(nextHops->entryHandle(keyOf(7))->entryType(), L3NextHop2Table::EntryHandle::unset());
+   EXPECT_EQ(handle->references(), 2u) << "the table's, and this one";
+   EXPECT_EQ(nextHops->entryHandleIs(keyOf(7)), handle);
+   EXPECT_THAT(rowsSince(), IsEmpty());
+   EXPECT_EQ(write(7, 1, 1), handle);
+   rowsSince();
+   EXPECT_EQ(handle->entryState(), State::success);
+   handle = nullptr;
+   EXPECT_FALSE(nextHops->entryHandleHas(keyOf(7)));
+}
+
+TEST_F(L3NextHop2TableCollectionsTest, AHandleThatIsLetGoIsInertAndItsKeyBeginsAnew) {
+   nextHops->entryHandleDel(keyOf(7));
+   handle = nextHops->entryCommit(keyOf(7), ing(1), egr(1));
+   auto const other = write(8, 2, 1);
+   nextHops->entryMapToKey(keyOf(9), keyOf(7), Asic::needsExplicitRemove());
+   rowsSince();
+   nextHops->entryHandleDel(keyOf(7));
+   EXPECT_EQ(handle->references(), 1u);
+   EXPECT_TRUE(handle->hasLeft());
+   EXPECT_FALSE(nextHops->entryHas(keyOf(9))) << "it stood for what is gone";
+   EXPECT_EQ(rowsSince().size(), 2u);
+   EXPECT_EQ(other->entryState(), State::success);
+   nextHops->entryHandleIs(keyOf(7));
+   nextHops->entryHandleDel(keyOf(7));
+   EXPECT_FALSE(nextHops->entryHandleHas(keyOf(7)));
+   auto const again = write(7, 1, 1);
+   rowsSince();
+   EXPECT_EQ(again->entryState(), State::success);
+   EXPECT_NE(again, handle);
+}
+
 TEST_F(L3NextHop2TableCollectionsTest, AnotherAllocatorKeepsBackTheSameIndices) {
    auto table = l3NextHop2TableFactory();
    table->doInit(unit, stateDatabase, chip->chipInfo());

@@ -73,7 +73,8 @@ TYPED_TEST(ViaRecord, IsOrderedByTypeAddressInterfaceAndPortInTurn) {
 TYPED_TEST(ViaRecord, HashDependsOnEachFieldAndOnTheSeed) {
    auto record = recordOf<TypeParam>(unicast, 1, 1, 1);
    EXPECT_EQ(record.hash(5), recordOf<TypeParam>(unicast, 1, 1, 1).hash(5));
-   EXPECT_EQ(record.hash(5), recordOf<L3ViaEntry>(unicast, 1, 1, 1).hash(5)) << "a via and its key hash alike";
+   EXPECT_EQ(record.hash(5), recordOf<L3ViaEntry>(unicast, 1, 1, 1).hash(5))
+         << "a via and its key hash alike";
    EXPECT_NE(record.hash(5), record.hash(6));
    EXPECT_NE(record.hash(5), recordOf<TypeParam>(drop, 1, 1, 1).hash(5));
    EXPECT_NE(record.hash(5), recordOf<TypeParam>(unicast, 2, 1, 1).hash(5));
