@@ -1,3 +1,4 @@
+#include "agent/Adjacency.h"
 #include "agent/KernelState.h"
 
 #include <algorithm>
@@ -23,6 +24,14 @@ addDiffering(Map const& some, Map const& others, Keys& keys, AreSame const& areS
          keys.insert(key);
       }
    }
+}
+
+/// The kernel does not tell of every state that a neighbour passes through: it counts where frames go, and
+/// why there are none to send.
+bool
+isSameNeighbour(Neighbour const& one, Neighbour const& other) {
+   return one.mac == other.mac && isResolved(one) == isResolved(other) &&
+          (isUsable(one) || unusableState(one) == unusableState(other));
 }
 
 } // namespace
@@ -59,7 +68,7 @@ KernelState::differenceTo(KernelState const& other) const {
    Changes changes;
    std::equal_to<> const same;
    addDiffering(links_, other.links_, changes.links, same);
-   addDiffering(neighbours_, other.neighbours_, changes.neighbours, same);
+   addDiffering(neighbours_, other.neighbours_, changes.neighbours, isSameNeighbour);
    addDiffering(vxlanEntries_, other.vxlanEntries_, changes.vxlanEntries, same);
    addDiffering(bridgeEntries_, other.bridgeEntries_, changes.bridgeEntries, same);
    addDiffering(portVlans_, other.portVlans_, changes.portVlans, same);

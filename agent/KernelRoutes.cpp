@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <linux/rtnetlink.h>
+#include <tuple>
 
 // Next-hop objects and routes of KernelState, with what the kernel does to them without telling.
 namespace L3TunnelAgent {
@@ -31,6 +32,15 @@ bool
 isShared(Route const& route) {
    return route.type == RTN_UNICAST && !route.hops.empty() &&
           std::all_of(route.hops.begin(), route.hops.end(), [](auto const& hop) { return hop.gateway; });
+}
+
+/// The kernel names the next hops of an IPv6 route from the one that was added last on, and when it is asked
+/// for, from the first: their order means nothing.
+void
+hopsAreInOrder(Route& route) {
+   std::sort(route.hops.begin(), route.hops.end(), [](NextHop const& one, NextHop const& other) {
+      return std::tie(one.device, one.gateway) < std::tie(other.device, other.gateway);
+   });
 }
 
 /// @return the routes of one metric, of all that are ordered by it.
@@ -356,6 +366,9 @@ KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
    ++messages_;
    for (NextHop& hop : route.hops) {
       hop.told.value = messages_;
+   }
+   if (key.prefix.address.family == Family::v6 && isShared(route)) {
+      hopsAreInOrder(route);
    }
    editRoutes(key, [&](Routes& all) {
       auto found = replaced(all, route, place, key.prefix.address.family);

@@ -33,6 +33,9 @@ applyIpNeighbour(KernelState& state, bool removed, ndmsg const& fixed, Attribute
    if (!address) {
       attributes.fail("NDA_DST", "is missing");
    }
+   if (address->isMulticast()) { // no next hop, and the kernel does not tell when one comes
+      return;
+   }
    NeighbourKey const key{.device = fixed.ndm_ifindex, .address = *address};
    if (removed) {
       state.neighbourDel(key);

@@ -86,6 +86,14 @@ RecordingWriter::write(std::string_view bytes) {
 }
 
 void
+RecordingWriter::flush() {
+   errno = 0;
+   if (gzflush(stream_.get(), Z_SYNC_FLUSH) != Z_OK) {
+      throw error();
+   }
+}
+
+void
 RecordingWriter::close() {
    errno = 0;
    if (stream_ && gzclose(stream_.release()) != Z_OK) {

@@ -30,6 +30,10 @@ class RecordingWriter {
    /// Adds a marker or a note.
    void add(FrameKind kind, std::uint64_t nanoseconds, std::string_view text);
 
+   /// Has what was added so far in the file, whatever becomes of this process.
+   /// @throws WriteError when it cannot be written.
+   void flush();
+
    /// Ends the file, to which nothing may be added any more. Without this, what was added last may not be in
    /// it.
    /// @throws WriteError when it cannot be written to its end.

@@ -92,17 +92,18 @@ readPrefix(rtmsg const& fixed, Attributes const& attributes) {
    return Prefix::of(address.value_or(any), fixed.rtm_dst_len);
 }
 
-/// A route that was added goes before its equals unless the message says otherwise; a reply to a request for
-/// all routes names them in their order.
+/// An IPv4 route that was added goes before its equals unless the message says otherwise, an IPv6 one behind
+/// them whatever it says; a reply to a request for all routes names them in their order.
 RoutePlace
-placeOf(nlmsghdr const* header) {
+placeOf(nlmsghdr const* header, IpAddress::Family family) {
    if (header->nlmsg_flags & NLM_F_MULTI) {
       return RoutePlace::behind;
    }
    if (header->nlmsg_flags & NLM_F_REPLACE) {
       return RoutePlace::instead;
    }
-   return header->nlmsg_flags & NLM_F_APPEND ? RoutePlace::behind : RoutePlace::before;
+   bool const isFirst = family == IpAddress::Family::v4 && !(header->nlmsg_flags & NLM_F_APPEND);
+   return isFirst ? RoutePlace::before : RoutePlace::behind;
 }
 
 std::vector<NextHopObject::Member>
@@ -169,7 +170,7 @@ applyRoute(KernelState& state, nlmsghdr const* header) {
    if (header->nlmsg_type == RTM_DELROUTE) {
       state.routeDel(key, route);
    } else {
-      state.routeIs(key, std::move(route), placeOf(header));
+      state.routeIs(key, std::move(route), placeOf(header, key.prefix.address.family));
    }
 }
 

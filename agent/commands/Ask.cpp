@@ -8,6 +8,8 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
 #include <fmt/format.h>
+#include <utility>
+#include <vector>
 
 namespace L3TunnelAgent {
 
@@ -26,19 +28,19 @@ exitCodeOf(ControlFrame const& end) {
    return ExitCode(end.payload[0]);
 }
 
-/// Hands the whole frames on; the exit code behind the last one.
+/// Hands the frames on; the exit code behind the last one of an answer.
 std::optional<ExitCode>
-handedOn(FrameReader& reader, AnswerSink const& sink) {
-   while (auto const frame = reader.next()) {
-      switch (frame->kind) {
+handedOn(std::vector<ControlFrame> const& frames, AnswerSink const& sink) {
+   for (auto const& frame : frames) {
+      switch (frame.kind) {
       case Kind::output:
-         sink.output(frame->payload);
+         sink.output(frame.payload);
          break;
       case Kind::complaint:
-         sink.complaint(frame->payload);
+         sink.complaint(frame.payload);
          break;
       case Kind::end:
-         return exitCodeOf(*frame);
+         return exitCodeOf(frame);
       case Kind::request:
          throw ProtocolError("the agent asks instead of answering");
       }
@@ -49,8 +51,8 @@ handedOn(FrameReader& reader, AnswerSink const& sink) {
 } // namespace
 
 ExitCode
-ask(std::string const& control, Request const& request, AnswerSink const& sink) {
-   auto const path = control.empty() ? defaultControlPath() : control;
+ask(Asked const& asked, Request const& request, AnswerSink const& sink) {
+   auto const path = asked.control.empty() ? defaultControlPath() : asked.control;
    auto const bytes = bytesOf(request);
    asio::io_context loop;
    asio::local::stream_protocol::socket socket(loop, asio::local::stream_protocol(), connectedControl(path));
@@ -58,6 +60,7 @@ ask(std::string const& control, Request const& request, AnswerSink const& sink) 
    // One that is sent away at once hears why all the same.
    asio::write(socket, asio::buffer(bytes), error);
    FrameReader reader(largestText);
+   std::vector<ControlFrame> frames;
    std::array<char, portion> buffer;
    while (true) {
       auto const count = socket.read_some(asio::buffer(buffer), error);
@@ -66,7 +69,15 @@ ask(std::string const& control, Request const& request, AnswerSink const& sink) 
                fmt::format("control socket {}: the agent has gone away before the end of its answer", path));
       }
       reader.bytesAre({buffer.data(), count});
-      if (auto const code = handedOn(reader, sink)) {
+      bool isWhole = false;
+      while (auto frame = reader.next()) {
+         isWhole |= frame->kind == Kind::end || frame->kind == Kind::request;
+         frames.push_back(std::move(*frame));
+      }
+      if (!isWhole && !asked.isFollowing) {
+         continue;
+      }
+      if (auto const code = handedOn(std::exchange(frames, {}), sink)) {
          return *code;
       }
    }

@@ -48,6 +48,7 @@ using Run = std::function<Answer(Context&)>;
 /// Whether the command is for the running agent, and where that listens.
 struct Asked {
    bool isAsked{};
+   bool isFollowing{}; // its answer has no end
    std::string control;
 };
 

@@ -72,7 +72,7 @@ run(std::vector<std::string> const& words) {
       return printed(commands.end(end));
    }
    if (command->asked && command->asked->isAsked) {
-      return ask(command->asked->control, {.words = words, .isColoured = isColoured(STDOUT_FILENO)},
+      return ask(*command->asked, {.words = words, .isColoured = isColoured(STDOUT_FILENO)},
                  {.output = print, .complaint = complain});
    }
    return printed(guarded([&] {

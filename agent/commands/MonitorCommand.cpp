@@ -34,6 +34,7 @@ monitorCommand(CLI::App& app) {
          "monitor", "tell of the running agent's changes as they happen, until interrupted");
    command->add_flag("--json", options->json, "print a JSON document on each line");
    runningOnly(*command, options->asked);
+   options->asked.isFollowing = true;
    return {[options](Context& context) { return run(*options, context); },
            std::shared_ptr<Asked>(options, &options->asked)};
 }

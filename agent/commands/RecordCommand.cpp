@@ -51,7 +51,7 @@ run(Options const& options, Context& context) {
       }
    });
 
-   asio::signal_set signals(loop, SIGINT, SIGTERM);
+   asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
    asio::steady_timer end(loop);
    auto const stop = [&](asio::error_code const& error) {
       if (!error) {

@@ -10,6 +10,9 @@ namespace {
 
 using Kind = ControlFrame::Kind;
 
+/// Bytes of an answer that a client has to read.
+constexpr std::uint64_t leastPerSecond = 1 << 20;
+
 /// Of one write, so that others have their turn between two.
 constexpr std::size_t mostWritten = 256 * 1024;
 
@@ -73,6 +76,9 @@ ControlClient::answerIs(Answer const& answer) {
       awaitLeaving();
    } else {
       next_ += bytesOf(Kind::end, std::string(1, static_cast<char>(answer.exitCode)));
+      // For the whole: whoever reads on byte by byte must not be waited for without end.
+      std::chrono::milliseconds const forItsLength(1000 * std::uint64_t{next_.size()} / leastPerSecond);
+      deadline_.in(limits_.readTime + forItsLength, shared_from_this(), &ControlClient::close);
    }
    write();
 }
@@ -109,9 +115,6 @@ ControlClient::write() {
    }
    if (writing_.empty()) {
       return drained();
-   }
-   if (!following_) {
-      deadline_.in(limits_.stallTime, shared_from_this(), &ControlClient::close);
    }
    isWriting_ = true;
    auto const count = std::min(writing_.size() - written_, mostWritten);

@@ -20,7 +20,7 @@ class ControlClient : public std::enable_shared_from_this<ControlClient> {
 
    struct Limits {
       std::chrono::milliseconds requestTime{5000}; ///< until the request is there
-      std::chrono::milliseconds stallTime{30000};  ///< that an answer waits to be read on
+      std::chrono::milliseconds readTime{30000};   ///< of an answer; each MiB of it has a second more
       std::size_t mostChanges{1 << 20};            ///< bytes of changes that wait to be read
    };
 

@@ -51,6 +51,16 @@ textFrames(ControlFrame::Kind kind, std::string_view text) {
    return bytes;
 }
 
+/// What was given out goes from the front, also when each part ends within a frame.
+void
+FrameReader::bytesAre(std::string_view bytes) {
+   if (at_ > buffer_.size() / 2) {
+      buffer_.erase(0, at_);
+      at_ = 0;
+   }
+   buffer_ += bytes;
+}
+
 std::optional<ControlFrame>
 FrameReader::next() {
    auto const rest = std::string_view(buffer_).substr(at_);

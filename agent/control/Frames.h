@@ -44,7 +44,10 @@ class FrameReader {
    /// @param largest payload that is taken, in bytes.
    explicit FrameReader(std::size_t largest) : largest_(largest) {}
 
-   void bytesAre(std::string_view bytes) { buffer_ += bytes; }
+   void bytesAre(std::string_view bytes);
+
+   /// Bytes that are kept.
+   std::size_t kept() const { return buffer_.size(); }
 
    /// @return the next frame; nothing as long as it is not whole.
    /// @throws ProtocolError when the head is none, or says of a larger payload. Nothing more can be read

@@ -24,9 +24,6 @@ class DumpReader {
    /// Takes a datagram; one that answers another request is passed over.
    State take(std::span<std::byte const> datagram);
 
-   /// Some replies were lost.
-   void interruptedIs() { isInterrupted_ = true; }
-
    /// @return why it failed: an error number.
    int error() const { return error_; }
 

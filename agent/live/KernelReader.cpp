@@ -147,7 +147,11 @@ void
 KernelReader::ask() {
    ++tries_;
    dump_.emplace(++sequence_);
-   replies_->socket.send(request(kinds_.front(), sequence_));
+   try {
+      replies_->socket.send(request(kinds_.front(), sequence_));
+   } catch (NetlinkError const& error) { // such as for want of memory, which may not last
+      return tryAgain(error.what());
+   }
    watchReplies();
 }
 
@@ -172,21 +176,24 @@ KernelReader::readReplies() {
          ++counters_.foreign;
          break;
       case Received::Kind::overrun:
-         dump_->interruptedIs();
-         break;
-      case Received::Kind::truncated: {
-         // The end may be among what was lost, so that it would be waited for in vain.
-         auto reader = std::move(replies_->reader);
-         replies_ = watched();
-         replies_->reader = std::move(reader);
-         return tryAgain("a reply was too long");
-      }
+         return repliesLost("replies were lost for want of room");
+      case Received::Kind::truncated:
+         return repliesLost("a reply was too long");
       }
       if (state != DumpReader::State::more) {
          return finished(state);
       }
    }
    watchReplies();
+}
+
+/// The end may be among what was lost, so that it would be waited for in vain.
+void
+KernelReader::repliesLost(std::string const& why) {
+   auto reader = std::move(replies_->reader);
+   replies_ = watched();
+   replies_->reader = std::move(reader);
+   tryAgain(why);
 }
 
 void

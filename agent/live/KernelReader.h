@@ -102,6 +102,7 @@ class KernelReader {
    void ask();
    void watchReplies();
    void readReplies();
+   void repliesLost(std::string const& why);
    void finished(DumpReader::State state);
    void refused(int error);
    void tryAgain(std::string const& why);

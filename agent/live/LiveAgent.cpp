@@ -40,6 +40,29 @@ tellsOfSettings(std::span<std::byte const> message) {
    return settings.has(NETCONFA_IGNORE_ROUTES_WITH_LINKDOWN) && !settings.has(NETCONFA_FORWARDING);
 }
 
+/// Whether a message tells of something with which the kernel may have dropped more, which it does not tell:
+/// where its first half was read already, the message says nothing new, and nobody concludes the rest.
+bool
+maySayTooLittle(std::span<std::byte const> message) {
+   if (message.size() < NLMSG_HDRLEN) {
+      return false;
+   }
+   switch (read<nlmsghdr>(message).nlmsg_type) {
+   case RTM_DELLINK:
+   case RTM_DELNEXTHOP:
+   case RTM_DELADDR:
+      return true;
+   case RTM_NEWLINK: {
+      auto const fixed = message.subspan(NLMSG_HDRLEN);
+      auto const flags = fixed.size() < sizeof(ifinfomsg) ? 0U : read<ifinfomsg>(fixed).ifi_flags;
+      Link const told{.flags = flags};
+      return !told.isUp() || !told.hasCarrier();
+   }
+   default:
+      return false;
+   }
+}
+
 // After so many messages that cannot be read, no more of them are named.
 constexpr std::uint64_t mostUnreadableTold = 10;
 
@@ -228,12 +251,14 @@ LiveAgent::replied(DumpKind const& /*kind*/, std::span<std::byte const> datagram
 
 void
 LiveAgent::dumped(bool fitsTogether) {
-   // A link may be read as one that went down already: its announcement changes nothing then, and nobody
-   // concludes what the kernel dropped with it of what was announced before.
-   bool const isDoubtful = !isKnown_ && !behind_.empty();
+   bool const isFirst = !isKnown_;
+   bool isDoubtful = false;
+   for (auto const& datagram : behind_) {
+      eachMessage(datagram, [&](auto message) { isDoubtful |= maySayTooLittle(message); });
+   }
    reconcile();
    if (isDoubtful) {
-      readIn(Scope::routes, confirmationPause);
+      readIn(Scope::routes, isFirst ? confirmationPause : restLeft());
    }
    confirmDoubts();
    if (!fitsTogether && due_ != Scope::whole) {

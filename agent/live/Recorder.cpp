@@ -7,6 +7,8 @@ namespace L3TunnelAgent {
 
 namespace {
 
+constexpr std::chrono::seconds flushPause{1};
+
 /// Of the clock that recordings are in.
 std::uint64_t
 now() {
@@ -23,7 +25,7 @@ marker(char const* name) {
 } // namespace
 
 Recorder::Recorder(asio::io_context& loop, KernelReader::Settings const& settings, RecordingWriter& writer)
-    : writer_(writer), kernel_(loop, settings, *this, counters_) {}
+    : writer_(writer), flush_(loop), kernel_(loop, settings, *this, counters_) {}
 
 void
 Recorder::start() {
@@ -42,6 +44,7 @@ Recorder::stop() {
    if (!std::exchange(isRecording_, false)) {
       return;
    }
+   flush_.cancel();
    kernel_.readAnnounced();
    kernel_.stop();
    if (!hasState_) {
@@ -57,9 +60,24 @@ Recorder::add(Frame frame) {
    frame.nanoseconds = now();
    if (hasState_) {
       writer_.add(frame);
+      flushSoon();
    } else {
       behind_.push_back(std::move(frame));
    }
+}
+
+void
+Recorder::flushSoon() {
+   if (std::exchange(isFlushDue_, true)) {
+      return;
+   }
+   flush_.expires_after(flushPause);
+   flush_.async_wait([this](asio::error_code const& error) {
+      if (!error && isRecording_) {
+         isFlushDue_ = false;
+         writer_.flush();
+      }
+   });
 }
 
 void
@@ -101,6 +119,7 @@ Recorder::dumped(bool fitsTogether) {
    writer_.add(FrameKind::marker, now(), marker("dump-end").dump());
    snapshot("start");
    stateIsOver();
+   writer_.flush();
    if (stateHook_) {
       stateHook_();
    }

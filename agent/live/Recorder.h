@@ -11,7 +11,8 @@ namespace L3TunnelAgent {
 /// Records what a running kernel has, then what it announces.
 ///
 /// What is announced while the state is read comes behind it in the recording, with the time at which it was
-/// heard. Two snapshots are named: "start" behind the state, and "end".
+/// heard. Two snapshots are named: "start" behind the state, and "end". What was heard is in the file a
+/// second later, in whatever way the process ends.
 class Recorder final : private KernelListener {
  public:
    /// @param loop, writer must outlive this.
@@ -45,6 +46,7 @@ class Recorder final : private KernelListener {
    void told(LogLevel level, std::string const& text) override;
 
    void add(Frame frame);
+   void flushSoon();
    void stateIsOver();
    void snapshot(char const* name);
 
@@ -56,6 +58,8 @@ class Recorder final : private KernelListener {
    std::size_t behindBytes_{};
    bool hasState_{};
    bool isRecording_{};
+   bool isFlushDue_{};
+   asio::steady_timer flush_;
    KernelReader kernel_;
 };
 

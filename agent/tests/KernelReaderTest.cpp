@@ -3,12 +3,15 @@
 #include "agent/tests/TestKernel.h"
 
 #include <chrono>
+#include <filesystem>
+#include <set>
 #include <sys/resource.h>
 
 namespace L3TunnelAgent {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -41,6 +44,40 @@ class KernelReaderTest : public testing::Test {
       }
    }
 
+   template <typename Condition>
+   void runUntil(Condition const& condition) {
+      auto const deadline = std::chrono::steady_clock::now() + 20s;
+      while (!condition()) {
+         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
+         loop_.run_one_for(50ms);
+      }
+   }
+
+   /// The sockets of this process to the kernel that hear no group's announcements.
+   static std::set<int> quietSockets() {
+      std::set<int> result;
+      for (auto const& each : std::filesystem::directory_iterator("/proc/self/fd")) {
+         int const descriptor = std::stoi(each.path().filename());
+         std::uint32_t groups = 0;
+         socklen_t size = sizeof groups;
+         if (getsockopt(descriptor, SOL_NETLINK, NETLINK_LIST_MEMBERSHIPS, &groups, &size) == 0 &&
+             groups == 0) {
+            result.insert(descriptor);
+         }
+      }
+      return result;
+   }
+
+   /// Starts a reader.
+   /// @return the descriptors of the socket that it asks at.
+   static std::set<int> started(KernelReader& reader) {
+      auto const before = quietSockets();
+      reader.start();
+      auto after = quietSockets();
+      std::erase_if(after, [&](int descriptor) { return before.contains(descriptor); });
+      return after;
+   }
+
    TestKernel kernel_;
    asio::io_context loop_;
    Counters counters_;
@@ -70,13 +107,6 @@ TEST_F(KernelReaderTest, GoesOnAskingForWhatIsRefusedLaterAndTellsOfItOnce) {
    KernelReader reader(loop_, {}, heard_, counters_);
    reader.start();
    std::array kinds{answeredKind};
-   auto const runUntil = [&](auto const& condition) {
-      auto const deadline = std::chrono::steady_clock::now() + 20s;
-      while (!condition()) {
-         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
-         loop_.run_one_for(50ms);
-      }
-   };
    reader.read(kinds);
    runUntil([&] { return heard_.dumps == 1; });
    kinds[0] = refusedKind;
@@ -89,6 +119,48 @@ TEST_F(KernelReaderTest, GoesOnAskingForWhatIsRefusedLaterAndTellsOfItOnce) {
    runUntil([&] { return heard_.dumps == 2; });
    EXPECT_THAT(heard_.warnings, SizeIs(1));
    EXPECT_THAT(heard_.notices, SizeIs(1));
+}
+
+TEST_F(KernelReaderTest, AsksAgainAtAnotherSocketWhenRepliesAreLost) {
+   KernelReader reader(loop_, {}, heard_, counters_);
+   auto const asking = started(reader);
+   ASSERT_THAT(asking, SizeIs(2));
+   int const least = 1;
+   int const group = RTNLGRP_LINK;
+   ASSERT_EQ(setsockopt(*asking.begin(), SOL_SOCKET, SO_RCVBUF, &least, sizeof least), 0);
+   ASSERT_EQ(setsockopt(*asking.begin(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group), 0);
+   for (int turn = 0; turn < 20; ++turn) {
+      kernel_.upIs("lo", turn % 2 == 0);
+   }
+   std::array const kinds{answeredKind};
+   reader.read(kinds);
+   runUntil([&] { return heard_.dumps == 1; });
+   EXPECT_EQ(counters_.interruptedDumps, 0U) << "what was lost is not made up for";
+   std::uint32_t groups = 0;
+   socklen_t size = sizeof groups;
+   for (int const descriptor : asking) { // closed, or another socket's
+      EXPECT_TRUE(getsockopt(descriptor, SOL_NETLINK, NETLINK_LIST_MEMBERSHIPS, &groups, &size) != 0 ||
+                  groups != 1U << (group - 1));
+   }
+}
+
+TEST_F(KernelReaderTest, GoesOnWhenTheKernelDoesNotTakeARequestAndTellsOfItOnce) {
+   KernelReader reader(loop_, {}, heard_, counters_);
+   auto const asking = started(reader);
+   ASSERT_THAT(asking, SizeIs(2));
+   std::array const kinds{answeredKind};
+   reader.read(kinds);
+   runUntil([&] { return heard_.dumps == 1; });
+   // Something that takes none stands where the socket was.
+   Descriptor const kept(fcntl(*asking.begin(), F_DUPFD_CLOEXEC, 0));
+   Descriptor const none(open("/dev/null", O_RDWR | O_CLOEXEC));
+   ASSERT_GE(dup2(none.value(), *asking.begin()), 0);
+   reader.read(kinds);
+   runUntil([&] { return counters_.failedDumps == 2; });
+   EXPECT_THAT(heard_.warnings, ElementsAre(HasSubstr("links cannot be read, which is tried again: ")));
+   EXPECT_TRUE(reader.isReading());
+   ASSERT_GE(dup2(kept.value(), *asking.begin()), 0);
+   runUntil([&] { return heard_.dumps == 2; });
 }
 
 #ifndef __has_feature

@@ -1,12 +1,17 @@
+#include "agent/Recording.h"
 #include "agent/tests/AgentProcess.h"
 #include "agent/tests/TestKernel.h"
 
+#include <chrono>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 namespace L3TunnelAgent {
 namespace {
 
+using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -47,6 +52,32 @@ class LiveCommandsTest : public testing::Test {
          }
       }
       return result;
+   }
+
+   template <typename Condition>
+   static bool isWithin(std::chrono::seconds time, Condition const& condition) {
+      auto const deadline = std::chrono::steady_clock::now() + time;
+      while (!condition()) {
+         if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+         }
+         std::this_thread::sleep_for(20ms);
+      }
+      return true;
+   }
+
+   /// Whether a recording has an announcement in it, though it may be without an end.
+   static bool hasAnnouncement(std::string const& file) {
+      try {
+         Recording recording(file);
+         while (auto const frame = recording.next()) {
+            if (frame->kind == FrameKind::datagram) {
+               return true;
+            }
+         }
+      } catch (RecordingError const&) { // its end
+      }
+      return false;
    }
 
    TestKernel kernel_;
@@ -128,11 +159,29 @@ TEST_F(LiveCommandsTest, RecordReplacesNoFileUnlessItIsToldTo) {
 }
 
 TEST_F(LiveCommandsTest, RecordEndsCleanlyWhenInterrupted) {
-   TemporaryFile const file;
-   auto const outcome = runShell("timeout --signal=INT --preserve-status 3 " + agent + " record --force " +
-                                 file.path().string());
-   EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
-   EXPECT_EQ(runAgent("program --until end " + file.path().string()).exitCode, 0);
+   for (std::string const signal : {"INT", "TERM", "HUP"}) {
+      TemporaryFile const file;
+      auto const outcome = runShell("timeout --signal=" + signal + " --preserve-status 3 " + agent +
+                                    " record --force " + file.path().string());
+      EXPECT_EQ(outcome.exitCode, 0) << signal << outcome.error;
+      EXPECT_EQ(runAgent("program --until end " + file.path().string()).exitCode, 0) << signal;
+   }
+}
+
+TEST_F(LiveCommandsTest, RecordThatIsKilledLeavesWhatIsOlderThanASecond) {
+   for (std::string const ending : {"", ".gz"}) {
+      TemporaryFile const place;
+      auto const file = place.path().string() + ending;
+      auto const before = destinations(parsed("run --oneshot --json"));
+      pid_t const record = std::stoi(runShell("(" + agent + " record --force " + file + " & echo $!)").out);
+      EXPECT_TRUE(isWithin(20s, [&] { return runAgent("program --until start " + file).exitCode == 0; }));
+      EXPECT_EQ(destinations(parsed("program --until start --json " + file)), before);
+      kernel_.routeIs("10.255.0.1", 1);
+      EXPECT_TRUE(isWithin(20s, [&] { return hasAnnouncement(file); }));
+      EXPECT_EQ(kill(record, SIGKILL), 0);
+      kernel_.routeIs("10.255.0.1", 10);
+      std::filesystem::remove(file);
+   }
 }
 
 TEST_F(LiveCommandsTest, RecordSaysThatTheDiskIsFull) {

@@ -69,6 +69,17 @@ TEST_F(NeighbourMessages, ProxyIsNoNeighbour) {
    EXPECT_TRUE(state.neighbours().empty());
 }
 
+TEST_F(NeighbourMessages, GroupIsNoNeighbour) {
+   for (auto const* group : {"224.0.0.0", "239.255.255.255", "ff02::1:ff00:1"}) {
+      bool const isV4 = ip(group).family == IpAddress::Family::v4;
+      ndmsg const fixed{.ndm_family = static_cast<std::uint8_t>(isV4 ? AF_INET : AF_INET6),
+                        .ndm_ifindex = 3,
+                        .ndm_state = NUD_NOARP};
+      apply(MessageBuilder(RTM_NEWNEIGH, fixed).ip(NDA_DST, group).mac(NDA_LLADDR, hostMac));
+      EXPECT_TRUE(state.neighbours().empty()) << group;
+   }
+}
+
 TEST_F(NeighbourMessages, NeighbourWithoutAnAddressIsAnError) {
    MessageBuilder message(RTM_NEWNEIGH, ndmsg{.ndm_family = AF_INET, .ndm_ifindex = 3});
    EXPECT_THAT([&] { apply(message); },

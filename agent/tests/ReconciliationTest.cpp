@@ -83,6 +83,29 @@ TEST(ReconciliationTest, ComparesNextHopsAsTheyAreNow) {
    EXPECT_FALSE(one.state.becomes(std::move(told.state)));
 }
 
+TEST(ReconciliationTest, ComparesWhatComesOfANeighboursState) {
+   constexpr auto mac = "02:00:00:00:00:01";
+   auto const differs = [](std::uint16_t from, char const* fromMac, std::uint16_t to, char const* toMac) {
+      StateBuilder one;
+      one.neighbour(1, "10.1.0.1", fromMac, from);
+      StateBuilder other;
+      other.neighbour(1, "10.1.0.1", toMac, to);
+      one.state.takeChanges();
+      bool const result = one.state.becomes(KernelState(other.state));
+      EXPECT_EQ(result, !one.state.takeChanges().neighbours.empty());
+      EXPECT_EQ(one.state.neighbours(), other.state.neighbours());
+      return result;
+   };
+   EXPECT_FALSE(differs(NUD_STALE, mac, NUD_DELAY, mac));
+   EXPECT_FALSE(differs(NUD_REACHABLE, mac, NUD_PERMANENT, mac));
+   EXPECT_FALSE(differs(NUD_INCOMPLETE, "", NUD_INCOMPLETE, ""));
+   EXPECT_TRUE(differs(NUD_STALE, mac, NUD_STALE, "02:00:00:00:00:02"));
+   EXPECT_TRUE(differs(NUD_STALE, mac, NUD_FAILED, mac));
+   EXPECT_TRUE(differs(NUD_NONE, "", NUD_INCOMPLETE, ""));
+   EXPECT_TRUE(differs(NUD_INCOMPLETE, "", NUD_FAILED, ""));
+   EXPECT_TRUE(differs(NUD_NONE, "", NUD_NOARP, ""));
+}
+
 TEST(ReconciliationTest, CopiesAllButNextHopsAndRoutes) {
    auto const state = recordedState(recordedFile("mixed", "dump.rnl.gz"));
    auto copy = state.withoutRoutes();

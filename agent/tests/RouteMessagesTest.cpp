@@ -32,6 +32,19 @@ routeMessage(std::uint16_t type, std::uint32_t metric, std::uint16_t flags = 0,
    return message;
 }
 
+Prefix const destinationV6 = Prefix::of(IpAddress::parse("2001:db8::1").value(), 128);
+
+MessageBuilder
+routeMessageV6(std::uint16_t type, std::uint16_t flags) {
+   MessageBuilder message(type,
+                          rtmsg{.rtm_family = AF_INET6,
+                                .rtm_dst_len = 128,
+                                .rtm_table = RT_TABLE_COMPAT,
+                                .rtm_type = RTN_UNICAST},
+                          flags);
+   return message.u32(RTA_TABLE, bigTable).ip(RTA_DST, "2001:db8::1").u32(RTA_PRIORITY, 1024);
+}
+
 MessageBuilder
 singleHop(std::uint16_t type, std::uint32_t metric, char const* gateway, std::uint16_t flags = 0) {
    return routeMessage(type, metric, flags).u32(RTA_OIF, 3).ip(RTA_GATEWAY, gateway);
@@ -148,6 +161,40 @@ TEST_F(RouteMessages, AddedRouteGoesBeforeItsEqualsAndAnAppendedOneBehind) {
       gateways += route.hops.at(0).gateway->text() + " ";
    }
    EXPECT_EQ(gateways, "10.0.0.2 10.0.0.1 10.0.0.3 ");
+}
+
+TEST_F(RouteMessages, Ipv6RouteGoesBehindItsEqualsWhateverItsMessageSays) {
+   auto const route = [](std::uint32_t device, std::uint16_t flags) {
+      return routeMessageV6(RTM_NEWROUTE, flags).u32(RTA_OIF, device);
+   };
+   apply(route(3, NLM_F_CREATE | NLM_F_EXCL));
+   apply(route(4, NLM_F_CREATE));
+   apply(route(5, NLM_F_CREATE | NLM_F_APPEND));
+   std::vector<int> devices;
+   for (auto const& found : routes(destinationV6)) {
+      devices.push_back(found.hops.at(0).device);
+   }
+   EXPECT_THAT(devices, ElementsAre(3, 4, 5));
+}
+
+TEST_F(RouteMessages, Ipv6HopsMeanTheSameInAnyOrder) {
+   auto const route = [](std::vector<std::string> const& gateways) {
+      MessageBuilder message = routeMessageV6(RTM_NEWROUTE, NLM_F_CREATE | NLM_F_APPEND);
+      return message.nest(RTA_MULTIPATH, [&](MessageBuilder& hops) {
+         for (auto const& gateway : gateways) {
+            hops.fixed(rtnexthop{.rtnh_len = sizeof(rtnexthop) + 20, .rtnh_ifindex = 3});
+            hops.ip(RTA_GATEWAY, gateway);
+         }
+      });
+   };
+   apply(route({"fe80::2", "fe80::1"}));
+   state.takeChanges();
+   apply(route({"fe80::1", "fe80::2"}));
+   EXPECT_EQ(state.takeChanges(), Changes());
+   apply(route({"fe80::3", "fe80::1", "fe80::2"}));
+   ASSERT_EQ(routes(destinationV6).size(), 1U);
+   EXPECT_THAT(routes(destinationV6)[0].hops,
+               ElementsAre(hop(3, "fe80::1"), hop(3, "fe80::2"), hop(3, "fe80::3")));
 }
 
 TEST_F(RouteMessages, ReplacingKeepsOtherMetrics) {

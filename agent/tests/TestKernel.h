@@ -3,6 +3,7 @@
 // Before the kernel's own header of the same things, which then leaves them out.
 #include <net/if.h>
 
+#include "agent/Attributes.h"
 #include "agent/live/Descriptor.h"
 #include "agent/tests/KernelMessages.h"
 
@@ -71,8 +72,11 @@ class TestKernel {
       return ioctl(socket_.value(), SIOCGIFINDEX, &device) == 0 ? device.ifr_ifindex : 0;
    }
 
-   /// Two ends of a cable, both up.
-   void cableIs(char const* name, char const* peer) const {
+   enum class LinkLocal : std::uint8_t { none, made };
+
+   /// Two ends of a cable, both up. What the kernel does by itself for link-local addresses goes on for
+   /// seconds.
+   void cableIs(char const* name, char const* peer, LinkLocal addresses = LinkLocal::none) const {
       MessageBuilder message(RTM_NEWLINK, ifinfomsg{});
       message.text(IFLA_IFNAME, name).nest(IFLA_LINKINFO, [&](MessageBuilder& info) {
          info.text(IFLA_INFO_KIND, "veth").nest(IFLA_INFO_DATA, [&](MessageBuilder& data) {
@@ -81,8 +85,22 @@ class TestKernel {
          });
       });
       does(message);
-      upIs(name, true);
-      upIs(peer, true);
+      for (char const* const end : {name, peer}) {
+         if (addresses == LinkLocal::none) {
+            noLinkLocalIs(end);
+         }
+         upIs(end, true);
+      }
+   }
+
+   void noLinkLocalIs(char const* device) const {
+      MessageBuilder message(RTM_NEWLINK, ifinfomsg{.ifi_index = index(device)});
+      message.nest(IFLA_AF_SPEC, [](MessageBuilder& families) {
+         families.nest(AF_INET6, [](MessageBuilder& settings) {
+            settings.u8(IFLA_INET6_ADDR_GEN_MODE, IN6_ADDR_GEN_MODE_NONE);
+         });
+      });
+      does(message, 0);
    }
 
    void upIs(char const* name, bool up) const {
@@ -97,10 +115,30 @@ class TestKernel {
    }
 
    void addressIs(char const* device, char const* address, std::uint8_t length) const {
-      MessageBuilder message(
-            RTM_NEWADDR,
-            ifaddrmsg{.ifa_family = AF_INET, .ifa_prefixlen = length, .ifa_index = unsigned(index(device))});
+      MessageBuilder message(RTM_NEWADDR, ifaddrmsg{.ifa_family = familyOf(address),
+                                                    .ifa_prefixlen = length,
+                                                    .ifa_flags = IFA_F_NODAD, // a flag of IPv6 alone
+                                                    .ifa_index = unsigned(index(device))});
       does(message.ip(IFA_LOCAL, address).ip(IFA_ADDRESS, address));
+   }
+
+   /// @return the device that the kernel sends packets to an address by; 0 when it has no route.
+   int deviceTo(char const* address) const {
+      MessageBuilder question(
+            RTM_GETROUTE,
+            rtmsg{.rtm_family = familyOf(address), .rtm_dst_len = IpAddress::parse(address).value().bits()},
+            NLM_F_REQUEST);
+      auto const bytes = question.ip(RTA_DST, address).datagram();
+      alignas(nlmsghdr) std::array<std::byte, 8192> answer;
+      if (send(socket_.value(), bytes.data(), bytes.size(), 0) < 0 ||
+          recv(socket_.value(), answer.data(), answer.size(), 0) < static_cast<ssize_t>(sizeof(nlmsghdr))) {
+         return 0;
+      }
+      auto const* const header = reinterpret_cast<nlmsghdr const*>(answer.data());
+      if (header->nlmsg_type != RTM_NEWROUTE) {
+         return 0;
+      }
+      return Attributes("RTM_NEWROUTE", header, sizeof(rtmsg)).index(L3TUNNEL_ATTRIBUTE(RTA_OIF)).value_or(0);
    }
 
    void neighbourIs(char const* device, char const* address, char const* mac) const {
@@ -110,11 +148,14 @@ class TestKernel {
       does(message.ip(NDA_DST, address).mac(NDA_LLADDR, mac), NLM_F_CREATE | NLM_F_REPLACE);
    }
 
-   void vxlanIs(char const* name) const {
+   /// @param local address of this end, whose family is the tunnels'.
+   void vxlanIs(char const* name, char const* local = "0.0.0.0", std::uint32_t vni = 10) const {
       MessageBuilder message(RTM_NEWLINK, ifinfomsg{});
       message.text(IFLA_IFNAME, name).nest(IFLA_LINKINFO, [&](MessageBuilder& info) {
          info.text(IFLA_INFO_KIND, "vxlan").nest(IFLA_INFO_DATA, [&](MessageBuilder& data) {
-            data.u32(IFLA_VXLAN_ID, 10).u16(IFLA_VXLAN_PORT, htons(4789));
+            bool const isV4 = familyOf(local) == AF_INET;
+            data.u32(IFLA_VXLAN_ID, vni).u16(IFLA_VXLAN_PORT, htons(4789));
+            data.ip(isV4 ? IFLA_VXLAN_LOCAL : IFLA_VXLAN_LOCAL6, local);
          });
       });
       does(message);

@@ -17,7 +17,7 @@ tight() {
    settings.mostClients = 8;
    settings.mostMonitors = 2;
    settings.mostWaiting = 1 << 20;
-   settings.limits = {.requestTime = 300ms, .stallTime = 300ms, .mostChanges = 32 * 1024};
+   settings.limits = {.requestTime = 300ms, .readTime = 300ms, .mostChanges = 32 * 1024};
    return settings;
 }
 
@@ -153,6 +153,23 @@ TEST(ControlServiceTest, NeverReadingClientHoldsNobodyUpAndIsSentAway) {
    EXPECT_EQ(saidAnswer(never.all()).exitCode, -1);
 }
 
+TEST(ControlServiceTest, ClientThatReadsByteByByteIsSentAway) {
+   auto settings = tight();
+   settings.mostWaiting = 64 << 20;
+   ServedAgent served("big", settings);
+   TestClient const slow(served.path());
+   slow.ask(longRequest);
+   auto const begin = std::chrono::steady_clock::now();
+   std::string bytes;
+   for (auto part = slow.some(4096); !part.empty(); part = slow.some(4096)) {
+      bytes += part;
+      std::this_thread::sleep_for(50ms); // each of these makes room for more
+   }
+   EXPECT_EQ(saidAnswer(bytes).exitCode, -1);
+   EXPECT_GT(std::chrono::steady_clock::now() - begin, 300ms);
+   EXPECT_TRUE(becomes(served, 0));
+}
+
 TEST(ControlServiceTest, TooManyClientsAreSentAwayWithTheReason) {
    auto settings = tight();
    settings.limits.requestTime = 20s;
@@ -176,7 +193,7 @@ TEST(ControlServiceTest, TooManyClientsAreSentAwayWithTheReason) {
 TEST(ControlServiceTest, WhatWaitsForSlowReadersIsBounded) {
    auto settings = tight();
    settings.mostWaiting = 100000;
-   settings.limits.stallTime = 20s;
+   settings.limits.readTime = 20s;
    ServedAgent served("big", settings);
    TestClient const never(served.path());
    never.ask(longRequest);

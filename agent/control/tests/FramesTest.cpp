@@ -29,6 +29,18 @@ TEST(FramesTest, FrameComesBackFromItsBytesInAnyParts) {
    }
 }
 
+TEST(FramesTest, KeepsLittleThoughEachPartEndsWithinAFrame) {
+   auto const frame = bytesOf(Kind::output, std::string(100, 'x'));
+   FrameReader reader(100);
+   reader.bytesAre(frame.substr(0, 50));
+   for (int count = 0; count < 1000; ++count) {
+      reader.bytesAre(frame.substr(50) + frame.substr(0, 50));
+      ASSERT_EQ(reader.next()->payload.size(), 100U);
+      EXPECT_FALSE(reader.next());
+      ASSERT_LT(reader.kept(), 4 * frame.size());
+   }
+}
+
 TEST(FramesTest, LargerFrameIsRefusedByItsHead) {
    FrameReader reader(16);
    reader.bytesAre(bytesOf(Kind::request, std::string(17, 'x')).substr(0, ControlFrame::headSize));

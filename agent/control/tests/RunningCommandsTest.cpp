@@ -49,6 +49,18 @@ class RunningCommandsTest : public testing::Test {
    ServedAgent served;
 };
 
+TEST(RunningCommands, ReaderThatPausesGetsTheWholeAnswer) {
+   ControlService::Settings settings;
+   settings.limits.readTime = std::chrono::milliseconds(1000);
+   ServedAgent served("big", settings);
+   auto const command = std::string(AGENT_BINARY) +
+                        " show --json --rows destinations groups handles --control " + served.path();
+   auto const expected = runShell(command);
+   EXPECT_GT(expected.out.size(), 1U << 19U) << "a pipe and a socket could hold it";
+   auto const paused = runShell("{ " + command + " || echo failed; } | { sleep 4; cat; }");
+   EXPECT_TRUE(paused.out == expected.out) << paused.out.size() << " bytes of " << expected.out.size();
+}
+
 TEST_F(RunningCommandsTest, ShowSaysTheSameAsOfTheRecording) {
    expectSame("show");
    expectSame("show --rows");
