@@ -284,6 +284,7 @@ class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
     : public Asic::SwMergedTable::UnresolvedMergedEntry {
  public:
    explicit UnresolvedMergedEntry(EntryHandle& handle) : handle_(&handle) {}
+   ~UnresolvedMergedEntry() override { neededEntryHandleSmDelAll(); }
 
    /// Begins to wait for the pair, which must be whole. Resolves at once as far as it can.
    void initUnresolvedMergedEntry(MergedEntry const& entry);
@@ -299,6 +300,7 @@ class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
  private:
    EntryHandle* handle_;
    MergedEntry entry_;
+   Room<MergedEntry::numMemberTables()> room_{*this};
 };
 
 /// Gives a next hop's index back once neither member table has an entry there. It follows the member tables

@@ -68,7 +68,6 @@ L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry co
                  "All member tables are not filled");
    Nuv::Ptr<UnresolvedMergedEntry> alive(this);
    entry_ = entry;
-   neededEntryHandleSmsReserve(entry.mergedEntryHandles());
    for (auto const& member : entry) {
       if (isNeeded(*member)) {
          neededEntryHandleSmIs(member);

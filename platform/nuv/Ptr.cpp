@@ -61,19 +61,19 @@ Object::zeroReferencesQuietly() noexcept {
 
 void
 Object::referenceAddSafely() const {
-   auto before = std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed);
-   if ((before & countMask) == countMask) {
+   auto before = std::atomic_ref(word_).fetch_add(oneReference, std::memory_order_relaxed);
+   if (before + oneReference < oneReference) {
       countFailed("references < maximum");
    }
 }
 
 bool
 Object::isLastReferenceDelSafely() const {
-   auto before = std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) & countMask;
-   if (before == 0) {
+   auto before = std::atomic_ref(word_).fetch_sub(oneReference, std::memory_order_acq_rel);
+   if (before < oneReference) {
       countFailed("references > 0");
    }
-   return before == 1;
+   return before < 2 * oneReference;
 }
 
 void
