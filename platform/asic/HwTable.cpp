@@ -4,6 +4,7 @@
 #include "platform/nuv/Assert.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace Asic {
@@ -202,7 +203,7 @@ HwTable::commandIs(Index index, Row& at, std::uint32_t* issued, std::span<std::u
    entry.table = table;
    entry.ownerBefore = at.isOwners ? at.owner : nullptr;
    entry.hold = std::move(hold);
-   std::copy_n(issued, maxWords, entry.before.begin());
+   std::memcpy(entry.before.data(), issued, sizeof entry.before);
    copyRowWords(words.data(), words.size(), issued);
    at.isPresent = entry.isWrite;
    at.isRecovered = false;
@@ -224,10 +225,10 @@ HwTable::answered(Command command, bool isAccepted) {
    if (!entry) {
       return;
    }
-   Nuv::Ptr<HwTable> const alive(this);
    if (isAccepted) [[likely]] {
       accepted(command, *entry);
    } else {
+      Nuv::Ptr<HwTable> const alive(this);
       refused(command, *entry);
    }
 }
@@ -284,6 +285,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
    if (!parked_.empty()) [[unlikely]] {
       issueParked();
    }
+   // Who is told may end this table.
    if (cleared_.empty()) {
       if (isNewest && isWrite && at.isOwners) {
          at.isUntold = false;
@@ -291,6 +293,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
       }
       return;
    }
+   Nuv::Ptr<HwTable> const alive(this);
    Nuv::AllSteps steps;
    tellCleared(steps);
    // Who was told may have written the row, or have ended the chip.
@@ -327,6 +330,7 @@ HwTable::tellConfirmed(Index index, SwTable::EntryHandle* owner, SwTable* table)
       tell(owner, table, RowAnswer::confirmed);
       return;
    }
+   Nuv::Ptr<HwTable> const alive(this);
    Nuv::AllSteps steps;
    steps([&] { tell(owner, table, RowAnswer::confirmed); });
    tellFormers(index, RowAnswer::confirmed, steps);
@@ -336,8 +340,7 @@ HwTable::tellConfirmed(Index index, SwTable::EntryHandle* owner, SwTable* table)
 void
 HwTable::tell(SwTable::EntryHandle* owner, SwTable* table, RowAnswer answer) {
    if (owner && table && table->writeResponseSm()) {
-      Nuv::Ptr<WriteResponseSm> sm(table->writeResponseSm());
-      sm->handleWriteResponse(*owner, answer);
+      table->writeResponseSm()->handleWriteResponse(*owner, answer);
    }
 }
 

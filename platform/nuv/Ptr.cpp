@@ -18,6 +18,10 @@ threadSafePtrIs(bool isThreadSafe) {
 // The flags share their word with the count, which other threads may be changing.
 void
 Object::flagIs(std::uint32_t flag, bool value) {
+   if (!isThreadSafe_) [[likely]] {
+      word_ = value ? word_ | flag : word_ & ~flag;
+      return;
+   }
    std::atomic_ref word(word_);
    if (value) {
       word.fetch_or(flag, std::memory_order_relaxed);
