@@ -175,7 +175,7 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
       L3UnderlayEcmpMember1Table::Entry member;
       member.underlayEcmpNextHopIndexHandle = nextHopHandle(via, isCpuDrop);
       member.strengthProfile = memberStrengthProfile;
-      block.entryIs(position++, member);
+      block.entryIs(position++, std::move(member));
    }
    auto ecmpBlockHandle = l3EcmpMemberTable_->entryBlockRef(block);
    NUV_ASSERT(ecmpBlockHandle, "");

@@ -58,6 +58,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void resolvedEntryDelAll() const;
    void hwTableEntryDelAll() const;
    void doResolve(Handle& eh, Waiting& ue) const;
+   bool isThere(SwTableBase::EntryHandle const& needed) const;
 
    void cleanup(Handle& eh) const;
    void cleanup() const;
@@ -79,7 +80,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    void initUnresolvedEntry(Handle& eh, Waiting& ue) const;
    template <class Take>
    void forEachResolved(Take&& take) const;
-   void resolvedEntryIs(Handle& eh, Entry const& entry) const;
+   void resolvedEntryIs(Handle& eh, Entry entry) const;
+   bool resolvedAtOnce(Handle& eh, Entry const& entry) const;
    void resolvedEntryDel(Handle& eh) const;
    void resolvedEntryChanged(Handle& eh) const;
    void handleEntry(Handle& eh) const;
@@ -105,6 +107,8 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    template <class Visit>
    static void forEachNeeded(Handle const& eh, Waiting const& ue, Visit&& visit);
    static bool hasUnsetHandle(Handle const& eh, Waiting const& ue);
+   template <class Has>
+   static void traceUnsetHandle(Has&& has);
    static HwTable::Hold holdOf(Entry const& entry);
 
    T* swTable_;

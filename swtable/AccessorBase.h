@@ -55,11 +55,11 @@ class ZANDOR_EXPORT JointHold final : public Nuv::Object {
    Hold second_;
 };
 
-/// Holds a handle through announcements, and tells whether somebody wrote, removed or dropped its entry
-/// meanwhile.
+/// Tells whether somebody wrote, removed or dropped the entry of a handle meanwhile. Whoever watches through
+/// announcements holds the handle.
 class ZANDOR_EXPORT WriteWatch {
  public:
-   explicit WriteWatch(Asic::SwTable::EntryHandle& handle)
+   explicit WriteWatch(Asic::SwTable::EntryHandle const& handle)
        : handle_(&handle), writes_(handle.writes()), hadTable_(handle.swTable() != nullptr) {}
 
    /// How many writes and removals there were since, modulo 256.
@@ -70,7 +70,7 @@ class ZANDOR_EXPORT WriteWatch {
    }
 
  private:
-   Nuv::Ptr<Asic::SwTable::EntryHandle> handle_;
+   Asic::SwTable::EntryHandle const* handle_;
    std::uint8_t writes_;
    bool hadTable_;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
-// From resolved values to rows and back; part of Accessor.h.
+// From resolved values to rows and back; part of Accessor.h. Who calls this holds the handle; the chip's answers
+// alone come without.
 
 #include "swtable/Accessor.h"
 
@@ -18,11 +19,12 @@ SwTable::Accessor<T>::rows(Handle const& eh) {
 
 template <class T>
 void
-SwTable::Accessor<T>::resolvedEntryIs(Handle& eh, Entry const& entry) const {
+SwTable::Accessor<T>::resolvedEntryIs(Handle& eh, Entry entry) const {
    if (eh.isResolved() && eh.content_.entry == entry) {
       return;
    }
-   eh.content_.entry = entry;
+   // What was there goes last: its end may lead back here.
+   std::swap(eh.content_.entry, entry);
    eh.isResolvedIs(true);
    eh.writeIs();
    resolvedEntryChanged(eh);
@@ -168,9 +170,10 @@ SwTable::Accessor<T>::rowsAre(Handle& eh, Index base) const {
    auto const& util = *swTable_->util();
    if constexpr (isBlock) {
       auto const block = eh.key();
-      eh.content_.unconfirmedRows = block.size();
-      for (std::uint32_t position = 0; position < block.size(); ++position) {
-         auto entry = block.entry(position);
+      auto const count = block.size();
+      eh.content_.unconfirmedRows = count;
+      for (std::uint32_t position = 0; position < count; ++position) {
+         auto const& entry = block.entryAt(position);
          util.hwEntryIs(base + position, entry, eh, holdOf(entry));
       }
    } else {
@@ -249,16 +252,16 @@ SwTable::Accessor<T>::hwTableEntryDelAll() const {
 template <class T>
 void
 SwTable::Accessor<T>::handleRowConfirmed(Handle& eh) const {
-   using ZandorL3Tunnel::WriteWatch;
    if (!eh.isResolved() || completesForTesting()) {
       return;
    }
-   WriteWatch watch(eh);
    if constexpr (isBlock) {
       if (--eh.content_.unconfirmedRows == 0) {
          eh.hwIndexValidIs(true);
       }
    } else {
+      Nuv::Ptr<Handle> alive(&eh);
+      ZandorL3Tunnel::WriteWatch watch(eh);
       Nuv::AllSteps steps;
       steps([&] { eh.hwIndexValidIs(true); });
       // After a refusal it is the predecessor's row that is confirmed here.
@@ -280,6 +283,7 @@ SwTable::Accessor<T>::handleRowRefused(Handle& eh) const {
    eh.isRowRefusedIs(true);
    if constexpr (isBlock) {
       // A block succeeded with its write: it goes back before it fails.
+      Nuv::Ptr<Handle> alive(&eh);
       ZandorL3Tunnel::WriteWatch watch(eh);
       Nuv::AllSteps steps;
       if (eh.entryState() == success()) {

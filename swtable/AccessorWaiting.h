@@ -39,9 +39,36 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
    Nuv::AllSteps steps;
    steps([&] { eh.entryStateIs(unresolved()); });
    if (!watch.isOvertaken()) {
-      steps([&] { unresolvedEntryIs(eh, {entry}); });
+      steps([&] {
+         if (!resolvedAtOnce(eh, entry)) {
+            unresolvedEntryIs(eh, {entry});
+         }
+      });
    }
    steps.finish();
+}
+
+// A value that has all that it needs is there without having waited; false, with nothing changed, for another.
+template <class T>
+bool
+SwTable::Accessor<T>::resolvedAtOnce(Handle& eh, Entry const& entry) const {
+   using namespace ZandorL3Tunnel;
+   bool isReady = true;
+   forEachNeededHandle(entry, [&](NeededHandle const& needed) {
+      isReady = isReady && !UnresolvedEntry::failsWith(*needed) && isThere(*needed);
+   });
+   Entry resolved = entry;
+   if (!isReady || !fillDependentFields(resolved)) {
+      return false;
+   }
+   traceUnsetHandle([&] { return Asic::hasUnsetHandle(entry); });
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+          " All needed entryHandles are already resolved");
+   MIRELOG(T::traceFacility(), TraceLevel::resolve, "doResolve {}", eh.creationNumber());
+   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+          " UnresolvedEntry resolved at key  : ", eh.key());
+   resolvedEntryIs(eh, std::move(resolved));
+   return true;
 }
 
 template <class T>
@@ -96,10 +123,7 @@ void
 SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    using namespace ZandorL3Tunnel;
    auto const& trace = _defaultTraceHandle();
-   if (trace.isOpen(TraceLevel::resolve) && hasUnsetHandle(eh, ue)) {
-      DUOLOG(trace, TraceLevel::resolve,
-             "Initializating unresolved entry or entry block: entry handle was not yet assigned.");
-   }
+   traceUnsetHandle([&] { return hasUnsetHandle(eh, ue); });
    bool hasFailed = false;
    if constexpr (isBlock) {
       ue.neededEntryHandleSmsReserve(eh.key().members().size());
@@ -127,6 +151,26 @@ SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    }
 }
 
+template <class T>
+template <class Has>
+void
+SwTable::Accessor<T>::traceUnsetHandle(Has&& has) {
+   using namespace ZandorL3Tunnel;
+   auto const& trace = _defaultTraceHandle();
+   if (trace.isOpen(TraceLevel::resolve) && has()) {
+      DUOLOG(trace, TraceLevel::resolve,
+             "Initializating unresolved entry or entry block: entry handle was not yet assigned.");
+   }
+}
+
+// With rows to write, what counts is that the needed row is there; without, that the needed entry is
+// complete.
+template <class T>
+bool
+SwTable::Accessor<T>::isThere(SwTableBase::EntryHandle const& needed) const {
+   return swTable_->util() ? needed.isHwIndexValid() : needed.isComplete();
+}
+
 // An index that does not fit its field leaves the value waiting, marked as failed: nothing was truncated, and
 // a row that was there stays.
 template <class T>
@@ -140,15 +184,14 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
    Nuv::Ptr<Waiting> waiting(&ue);
    Nuv::AllSteps steps;
    if constexpr (isBlock) {
-      Key resolved = eh.key();
-      if (!resolved.dependentFieldsFill()) {
+      if (!eh.key().dependentFieldsFit()) {
          eh.entryStateIs(failed());
          return;
       }
       DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " UnresolvedEntry resolved at entryBlock  : ", eh.key());
       // The same block, under the same identity, with its index fields filled.
-      eh.key_ = std::move(resolved);
+      eh.key_.dependentFieldsFill();
       eh.isResolvedIs(true);
       eh.writeIs();
       steps([&] { resolvedEntryChanged(eh); });
@@ -160,7 +203,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
       }
       DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " UnresolvedEntry resolved at key  : ", eh.key());
-      steps([&] { resolvedEntryIs(eh, entry); });
+      steps([&] { resolvedEntryIs(eh, std::move(entry)); });
    }
    if (eh.unresolvedEntry() == waiting) {
       eh.unresolvedEntry_ = nullptr;
@@ -189,16 +232,14 @@ WaitingEntry<T>::setEntryState(Asic::SwTableBase::EntryState state) {
    }
 }
 
-// With rows to write, what counts is that the needed row is there; without, that the needed entry is
-// complete.
 template <class T>
 bool
 WaitingEntry<T>::isNeeded(Asic::SwTableBase::EntryHandle const& needed) const {
    if (failsWith(needed)) {
       return true;
    }
-   bool hasRows = handle_ && handle_->table() && handle_->table()->util();
-   return hasRows ? !needed.isHwIndexValid() : !needed.isComplete();
+   auto* table = handle_ ? handle_->table() : nullptr;
+   return table ? !Accessor(table).isThere(needed) : !needed.isComplete();
 }
 
 } // namespace ZandorL3Tunnel

@@ -41,41 +41,55 @@ class ZANDOR_EXPORT EntryBlock : public Asic::EntryBase {
       return found ? found->entry : Entry();
    }
 
+   /// The same without a copy: good until the block changes.
+   Entry const& entryAt(Index position) const {
+      static Entry const none;
+      auto const* found = find(position);
+      return found ? found->entry : none;
+   }
+
    /// Makes room for `count` members, so that putting them in takes no more memory. Changes nothing else.
    void reserve(std::size_t count) { change().reserve(count); }
 
    /// Puts a member at `position`, which must not be 0xFFFFFFFF: a block that reached so far would have no
    /// size.
-   void entryIs(Index position, Entry const& entry) {
+   void entryIs(Index position, Entry entry) {
       if (position == 0xFFFFFFFF) {
          throw Nuv::RangeException("EntryBlock: position 0xFFFFFFFF not allowed");
       }
       auto& members = change();
       if (members.empty() || members.back().position < position) [[likely]] {
-         members.push_back({position, entry});
+         members.push_back({position, std::move(entry)});
          return;
       }
       auto at = lowerBound(members, position);
       if (at != members.end() && at->position == position) {
-         at->entry = entry;
+         at->entry = std::move(entry);
       } else {
-         members.insert(at, {position, entry});
+         members.insert(at, {position, std::move(entry)});
       }
    }
 
-   /// Fills the fields of all members that follow from their handles; false when an index does not fit its
-   /// field, and the block is good for nothing then. Its identity stays what it was.
-   bool dependentFieldsFill() {
+   /// Whether each field that follows from a handle has room for its index.
+   bool dependentFieldsFit() const {
+      return std::all_of(members().begin(), members().end(),
+                         [](Member const& member) { return Asic::dependentFieldsFit(member.entry); });
+   }
+
+   /// Fills the fields of all members that follow from their handles, which must fit. The block's identity
+   /// stays what it was.
+   void dependentFieldsFill() {
       if (members().empty()) {
-         return true;
+         return;
       }
       bool isHashed = content_->isHashed;
       auto hash = content_->hash;
       auto& filled = change();
       content_->hash = hash;
       content_->isHashed = isHashed;
-      return std::all_of(filled.begin(), filled.end(),
-                         [](Member& member) { return Asic::fillDependentFields(member.entry); });
+      for (auto& member : filled) {
+         Asic::fillDependentFields(member.entry);
+      }
    }
 
    void entryDel(Index position) {

@@ -108,6 +108,7 @@ class ZANDOR_EXPORT WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
 
    WaitingEntry(Handle& handle, WaitingValue<T, typename T::Key> value)
        : handle_(&handle), value_(std::move(value)) {}
+   ~WaitingEntry() override { this->neededEntryHandleSmDelAll(); }
 
    WaitingValue<T, typename T::Key> const& value() const { return value_; }
 
@@ -121,8 +122,12 @@ class ZANDOR_EXPORT WaitingEntry final : public Asic::SwTable::UnresolvedEntry {
    bool isNeeded(Asic::SwTableBase::EntryHandle const& handle) const override;
 
  private:
+   // A block knows how many it waits for when it begins to.
+   using Room = Asic::SwTable::UnresolvedEntry::Room<BlockKey<typename T::Key> ? 0 : T::numDependentFields()>;
+
    Handle* handle_;
    [[no_unique_address]] WaitingValue<T, typename T::Key> value_;
+   [[no_unique_address]] Room room_{*this};
 };
 
 } // namespace ZandorL3Tunnel

@@ -248,9 +248,9 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
    }
    if (!watch.isOvertaken() && ing && egr) {
       MergedEntry entry;
-      entry.mergedEntryHandleIs(ing);
-      entry.mergedEntryHandleIs(egr);
-      steps([&] { unresolvedMergedEntryIs(*handle, entry); });
+      entry.mergedEntryHandleIs(std::move(ing));
+      entry.mergedEntryHandleIs(std::move(egr));
+      steps([&] { unresolvedMergedEntryIs(*handle, std::move(entry)); });
    }
    steps.finish();
    return handle;
@@ -306,7 +306,7 @@ L3NextHop2Table::isInPlace(EntryHandle const& handle, IngL3NextHop2Table::Entry 
 }
 
 void
-L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry) {
+L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry entry) {
    // The pair held so far goes last: its halves' handles are mostly those of the new one.
    auto const before = handle.unresolvedMergedEntry_;
    auto waiting = unresolvedMergedEntryIs(handle);
@@ -314,7 +314,7 @@ L3NextHop2Table::unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const&
    Nuv::AllSteps steps;
    steps([&] { handle.entryStateIs(unresolved()); });
    if (!watch.isOvertaken()) {
-      steps([&] { waiting->initUnresolvedMergedEntry(entry); });
+      steps([&] { waiting->initUnresolvedMergedEntry(std::move(entry)); });
    }
    steps.finish();
 }
@@ -359,8 +359,8 @@ L3NextHop2Table::cleanup(EntryHandle& handle) {
    if (profitsFromExpectation()) {
       endExpected(handle);
    }
-   AccessorBase::handleLeaves(handle, handles_.hasHandle(handle), *this, handle.key());
-   handles_.del(handle);
+   bool isRegistered = handles_.del(handle);
+   AccessorBase::handleLeaves(handle, isRegistered, *this, handle.key());
    leave(handle);
 }
 

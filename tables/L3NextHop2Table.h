@@ -217,7 +217,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    static Nuv::Ptr<UnresolvedMergedEntry> unresolvedMergedEntryIs(EntryHandle& handle);
    static void unresolvedMergedEntryDel(EntryHandle& handle);
    static void mergedEntryDel(EntryHandle& handle);
-   void unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry const& entry);
+   void unresolvedMergedEntryIs(EntryHandle& handle, MergedEntry entry);
    Nuv::PublishedCollection collection() const { return {}; }
    void cleanup(EntryHandle& handle);
    void endExpected(EntryHandle const& handle) const;
@@ -241,7 +241,7 @@ class ZANDOR_EXPORT L3NextHop2Table::MergedEntry {
 
    /// Number of handles held.
    std::size_t mergedEntryHandles() const { return size_; }
-   void mergedEntryHandleIs(HandlePtr const& handle);
+   void mergedEntryHandleIs(HandlePtr handle);
    void mergedEntryHandleDel(HandlePtr const& handle);
    void mergedEntryHandleDelAll() { *this = {}; }
 
@@ -298,9 +298,10 @@ class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
     : public Asic::SwMergedTable::UnresolvedMergedEntry {
  public:
    explicit UnresolvedMergedEntry(EntryHandle& handle) : handle_(&handle) {}
+   ~UnresolvedMergedEntry() override { neededEntryHandleSmDelAll(); }
 
    /// Begins to wait for the pair, which must be whole. Resolves at once as far as it can.
-   void initUnresolvedMergedEntry(MergedEntry const& entry);
+   void initUnresolvedMergedEntry(MergedEntry entry);
 
    /// The pair is waited for no longer: whatever its halves still say changes nothing.
    void detach() { handle_ = nullptr; }
@@ -313,6 +314,7 @@ class ZANDOR_EXPORT L3NextHop2Table::UnresolvedMergedEntry final
  private:
    EntryHandle* handle_;
    MergedEntry entry_;
+   Room<MergedEntry::numMemberTables()> room_{*this};
 };
 
 /// Gives a next hop's index back once neither member table has an entry there. It follows the member tables

@@ -8,14 +8,14 @@
 namespace ZandorL3Tunnel {
 
 void
-L3NextHop2Table::MergedEntry::mergedEntryHandleIs(HandlePtr const& handle) {
+L3NextHop2Table::MergedEntry::mergedEntryHandleIs(HandlePtr handle) {
    for (auto const& held : *this) {
       if (held == handle) {
          return;
       }
    }
    NUV_ASSERT(size_ < numMemberTables(), "a merged entry has one handle for each member table");
-   handles_[size_++] = handle;
+   handles_[size_++] = std::move(handle);
    // A set: the order in which it was filled must not show.
    if (size_ == 2 && handles_[1]->creationNumber() < handles_[0]->creationNumber()) {
       std::swap(handles_[0], handles_[1]);
@@ -62,14 +62,13 @@ L3NextHop2Table::EntryHandle::handleEntryState() {
 }
 
 void
-L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry const& entry) {
+L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry entry) {
    NUV_ASSERT_AS("L3NextHop2Table", entry.mergedEntryHandles() == MergedEntry::numMemberTables(),
                  "entry.mergedEntryHandles() == MergedEntry::numMemberTables()",
                  "All member tables are not filled");
    Nuv::Ptr<UnresolvedMergedEntry> alive(this);
-   entry_ = entry;
-   neededEntryHandleSmsReserve(entry.mergedEntryHandles());
-   for (auto const& member : entry) {
+   entry_ = std::move(entry);
+   for (auto const& member : entry_) {
       if (isNeeded(*member)) {
          neededEntryHandleSmIs(member);
       }
@@ -77,7 +76,7 @@ L3NextHop2Table::UnresolvedMergedEntry::initUnresolvedMergedEntry(MergedEntry co
    // All are followed before anybody hears of one. Of two failures that of a needed entry is told, whichever
    // half has it.
    Asic::SwTableBase::EntryHandle const* failed = nullptr;
-   for (auto const& member : entry) {
+   for (auto const& member : entry_) {
       if (failsWith(*member) && (!failed || failed->entryState() == Asic::SwTableBase::failed())) {
          failed = member.get();
       }

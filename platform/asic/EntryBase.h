@@ -23,6 +23,12 @@ struct ZANDOR_EXPORT DependentField {
    NeededHandle Entry::*handle;
    M Entry::*index;
 
+   /// Whether the field has room for the handle's index.
+   bool fits(Entry const& entry) const {
+      auto const& needed = entry.*handle;
+      return !needed || SwTableBase::getHwIndexForDependentField(needed) <= std::numeric_limits<M>::max();
+   }
+
    /// Fills the index field from the handle; false, with nothing changed, when the index does not fit the
    /// field.
    bool fill(Entry& entry) const {
@@ -78,6 +84,18 @@ hasUnsetHandle(Entry const& entry) {
                         Entry::dependentFields());
    } else {
       return false;
+   }
+}
+
+/// Whether every index field of `entry` has room for its handle's index.
+template <class Entry>
+bool
+dependentFieldsFit(Entry const& entry) {
+   if constexpr (HasDependentFields<Entry>) {
+      return std::apply([&](auto const&... field) { return (field.fits(entry) && ...); },
+                        Entry::dependentFields());
+   } else {
+      return true;
    }
 }
 

@@ -4,6 +4,7 @@
 #include "platform/nuv/Assert.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace Asic {
@@ -203,7 +204,7 @@ HwTable::commandIs(Index index, Row& at, std::uint32_t* issued, std::span<std::u
    entry.table = table;
    entry.ownerBefore = at.isOwners ? at.owner : nullptr;
    entry.hold = std::move(hold);
-   std::copy_n(issued, maxWords, entry.before.begin());
+   std::memcpy(entry.before.data(), issued, sizeof entry.before);
    copyRowWords(words.data(), words.size(), issued);
    at.isPresent = entry.isWrite;
    at.isRecovered = false;
@@ -225,10 +226,10 @@ HwTable::answered(Command command, bool isAccepted) {
    if (!entry) {
       return;
    }
-   Nuv::Ptr<HwTable> const alive(this);
    if (isAccepted) [[likely]] {
       accepted(command, *entry);
    } else {
+      Nuv::Ptr<HwTable> const alive(this);
       refused(command, *entry);
    }
 }
@@ -285,6 +286,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
    if (!parked_.empty()) [[unlikely]] {
       issueParked();
    }
+   // Who is told may end this table.
    if (cleared_.empty()) {
       if (isNewest && isWrite && at.isOwners) {
          at.isUntold = false;
@@ -292,6 +294,7 @@ HwTable::accepted(Command command, Unanswered& entry) {
       }
       return;
    }
+   Nuv::Ptr<HwTable> const alive(this);
    Nuv::AllSteps steps;
    tellCleared(steps);
    // Who was told may have written the row, or have ended the chip.
@@ -328,6 +331,7 @@ HwTable::tellConfirmed(Index index, Command command, SwTable::EntryHandle* owner
       tell(owner, table, RowAnswer::confirmed);
       return;
    }
+   Nuv::Ptr<HwTable> const alive(this);
    Nuv::AllSteps steps;
    steps([&] { tell(owner, table, RowAnswer::confirmed); });
    tellFormers(index, command, RowAnswer::confirmed, steps);
@@ -337,8 +341,7 @@ HwTable::tellConfirmed(Index index, Command command, SwTable::EntryHandle* owner
 void
 HwTable::tell(SwTable::EntryHandle* owner, SwTable* table, RowAnswer answer) {
    if (owner && table && table->writeResponseSm()) {
-      Nuv::Ptr<WriteResponseSm> sm(table->writeResponseSm());
-      sm->handleWriteResponse(*owner, answer);
+      table->writeResponseSm()->handleWriteResponse(*owner, answer);
    }
 }
 

@@ -1,13 +1,14 @@
 #include "platform/asic/SwMergedTable.h"
 
-#include <algorithm>
-
 namespace Asic {
 
 bool
 SwMergedTable::UnresolvedMergedEntry::lacksIndex() const {
-   return std::any_of(sms().begin(), sms().end(),
-                      [](auto const& sm) { return sm->handle().hwEntryIndex() == invalidIndex; });
+   auto const* sm = sms();
+   while (sm && sm->handle().hwEntryIndex() != invalidIndex) {
+      sm = sm->next();
+   }
+   return sm != nullptr;
 }
 
 void
@@ -19,10 +20,12 @@ SwMergedTable::UnresolvedMergedEntry::handleNeededEntry(NeededEntryHandleSm& sm)
    if (!isNeeded(sm.handle())) {
       neededEntryHandleSmDel(sm);
    }
-   auto failed =
-         std::find_if(sms().begin(), sms().end(), [](auto const& each) { return failsWith(each->handle()); });
-   if (failed != sms().end()) {
-      failsAs((*failed)->handle());
+   auto const* failed = sms();
+   while (failed && !failsWith(failed->handle())) {
+      failed = failed->next();
+   }
+   if (failed) {
+      failsAs(failed->handle());
    } else if (!lacksIndex()) {
       doResolve();
    } else {

@@ -1,20 +1,26 @@
 #include "platform/asic/UnresolvedEntry.h"
 
+#include <new>
+
 namespace Asic {
 
-SwTable::UnresolvedEntry::UnresolvedEntry() = default;
-
-// A handle that ends with its machine announces that, and nobody is here to listen any more.
 SwTable::UnresolvedEntry::~UnresolvedEntry() {
-   for (auto const& sm : sms_) {
-      sm->leave();
+   neededEntryHandleSmDelAll();
+   if (piece_) {
+      Nuv::poolGive(piece_, pieceBytes_);
    }
 }
 
-SwTable::UnresolvedEntry::NeededEntryHandleSm::NeededEntryHandleSm(UnresolvedEntry& owner,
-                                                                   NeededHandle handle, std::size_t position)
-    : owner_(owner), handle_(std::move(handle)), position_(position) {
-   handle_->notifieeIs(*this);
+// A handle that ends with its machine announces that, and nobody is here to listen any more.
+void
+SwTable::UnresolvedEntry::neededEntryHandleSmDelAll() {
+   for (auto* sm = first_; sm; sm = sm->next_) {
+      sm->leave();
+   }
+   while (auto* sm = first_) {
+      unlink(*sm);
+      end(*sm);
+   }
 }
 
 void
@@ -25,9 +31,30 @@ SwTable::UnresolvedEntry::NeededEntryHandleSm::changed() {
 }
 
 void
+SwTable::UnresolvedEntry::neededEntryHandleSmsReserve(std::size_t count) {
+   auto bytes = count * sizeof(NeededEntryHandleSm);
+   if (count == 0 || piece_ || std::size_t(roomEnd_ - room_) >= bytes) {
+      return;
+   }
+   piece_ = static_cast<std::byte*>(Nuv::poolTake(bytes));
+   pieceBytes_ = bytes;
+   roomIs(piece_, bytes);
+}
+
+void
 SwTable::UnresolvedEntry::neededEntryHandleSmIs(NeededHandle const& handle) {
-   sms_.push_back(std::make_unique<NeededEntryHandleSm>(*this, handle, sms_.size()));
-   noteFailure(*sms_.back());
+   NeededEntryHandleSm* sm{};
+   if (room_ != roomEnd_) {
+      sm = ::new (static_cast<void*>(room_)) NeededEntryHandleSm(*this, handle, true);
+      room_ += sizeof(NeededEntryHandleSm);
+   } else {
+      sm = new NeededEntryHandleSm(*this, handle, false);
+   }
+   sm->previous_ = last_;
+   (last_ ? last_->next_ : first_) = sm;
+   last_ = sm;
+   ++count_;
+   noteFailure(*sm);
 }
 
 void
@@ -35,20 +62,33 @@ SwTable::UnresolvedEntry::noteFailure(NeededEntryHandleSm& sm) {
    bool failed = failsWith(sm.handle());
    if (failed != sm.failed_) {
       sm.failed_ = failed;
-      failed_ += failed ? 1 : std::size_t(-1);
+      failed_ += failed ? 1 : std::uint32_t(-1);
    }
 }
 
 void
-SwTable::UnresolvedEntry::neededEntryHandleSmDel(NeededEntryHandleSm& sm) {
-   auto position = sm.position_;
+SwTable::UnresolvedEntry::unlink(NeededEntryHandleSm& sm) {
+   (sm.previous_ ? sm.previous_->next_ : first_) = sm.next_;
+   (sm.next_ ? sm.next_->previous_ : last_) = sm.previous_;
    failed_ -= sm.failed_ ? 1 : 0;
-   std::swap(sms_[position], sms_.back());
-   sms_[position]->position_ = position;
-   // The machine goes last, and hears no more: the handle that it held may be the last on its entry.
-   auto gone = std::move(sms_.back());
-   sms_.pop_back();
-   gone->leave();
+   --count_;
+}
+
+void
+SwTable::UnresolvedEntry::end(NeededEntryHandleSm& sm) {
+   if (sm.isInRoom_) {
+      sm.~NeededEntryHandleSm();
+   } else {
+      delete &sm;
+   }
+}
+
+// The machine goes last, and hears no more: the handle that it held may be the last on its entry.
+void
+SwTable::UnresolvedEntry::neededEntryHandleSmDel(NeededEntryHandleSm& sm) {
+   unlink(sm);
+   sm.leave();
+   end(sm);
 }
 
 void
@@ -60,7 +100,7 @@ SwTable::UnresolvedEntry::handleNeededEntry(NeededEntryHandleSm& sm) {
    if (!isNeeded(sm.handle())) {
       neededEntryHandleSmDel(sm);
    }
-   if (sms_.empty()) {
+   if (neededEntryHandleSms() == 0) {
       doResolve();
    } else if (!hasFailedNeededEntry()) {
       setEntryState(EntryState::unresolved);

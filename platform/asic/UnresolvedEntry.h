@@ -4,8 +4,8 @@
 #include "platform/nuv/Export.h"
 #include "platform/nuv/Pool.h"
 
-#include <memory>
-#include <vector>
+#include <cstddef>
+#include <span>
 
 namespace Asic {
 
@@ -17,10 +17,10 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
    ~UnresolvedEntry() override;
 
    /// How many needed entries are still waited for.
-   std::size_t neededEntryHandleSms() const { return sms_.size(); }
+   std::size_t neededEntryHandleSms() const { return count_; }
 
-   /// Makes room for that many in all.
-   void neededEntryHandleSmsReserve(std::size_t count) { sms_.reserve(count); }
+   /// Makes room in one piece for that many, beyond those there are; without it each has a piece of its own.
+   void neededEntryHandleSmsReserve(std::size_t count);
 
    /// Waits for one more entry. The handle is held until then.
    void neededEntryHandleSmIs(NeededHandle const& handle);
@@ -37,7 +37,20 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
  protected:
    class NeededEntryHandleSm;
 
-   UnresolvedEntry();
+   /// Room for the state machines of `count` needed entries, for a class whose values mostly need so many.
+   template <std::size_t count>
+   class Room;
+
+   UnresolvedEntry() = default;
+
+   /// Puts the first state machines there. The room must outlive them: `neededEntryHandleSmDelAll` ends them.
+   void roomIs(std::byte* room, std::size_t bytes) {
+      room_ = room;
+      roomEnd_ = room + bytes;
+   }
+
+   /// Ends all state machines; none hears of the end of another.
+   void neededEntryHandleSmDelAll();
 
    /// Whether the entry of `handle` must still be waited for. A failed one must.
    virtual bool isNeeded(SwTableBase::EntryHandle const& handle) const = 0;
@@ -55,16 +68,22 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry : public Nuv::Object {
    /// Ends a state machine, which may be the one that is announcing.
    void neededEntryHandleSmDel(NeededEntryHandleSm&);
 
-   using Sms = std::vector<std::unique_ptr<NeededEntryHandleSm>,
-                           Nuv::PoolAllocator<std::unique_ptr<NeededEntryHandleSm>>>;
-
-   Sms const& sms() const { return sms_; }
+   /// The first of the state machines, in the order in which they came; each knows the next.
+   NeededEntryHandleSm* sms() const { return first_; }
 
  private:
    void noteFailure(NeededEntryHandleSm&);
+   void unlink(NeededEntryHandleSm&);
+   void end(NeededEntryHandleSm&);
 
-   Sms sms_;
-   std::size_t failed_{};
+   NeededEntryHandleSm* first_{};
+   NeededEntryHandleSm* last_{};
+   std::byte* room_{}; ///< what is left of it
+   std::byte* roomEnd_{};
+   std::byte* piece_{}; ///< room that was made here
+   std::size_t pieceBytes_{};
+   std::uint32_t count_{};
+   std::uint32_t failed_{};
 };
 
 /// Follows one needed entry for one waiting value.
@@ -72,9 +91,13 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
     : public SwTableBase::EntryHandle::Notifiee,
       public Nuv::Pooled {
  public:
-   NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle, std::size_t position);
+   NeededEntryHandleSm(UnresolvedEntry& owner, NeededHandle handle, bool isInRoom)
+       : owner_(owner), handle_(std::move(handle)), isInRoom_(isInRoom) {
+      handle_->notifieeIs(*this);
+   }
 
    SwTableBase::EntryHandle const& handle() const { return *handle_; }
+   NeededEntryHandleSm* next() const { return next_; }
 
    void handleEntryState() override { changed(); }
    void handleHwEntryIndex() override { changed(); }
@@ -91,8 +114,25 @@ class ZANDOR_EXPORT SwTable::UnresolvedEntry::NeededEntryHandleSm final
 
    UnresolvedEntry& owner_;
    NeededHandle handle_;
-   std::size_t position_;
+   NeededEntryHandleSm* previous_{};
+   NeededEntryHandleSm* next_{};
+   bool const isInRoom_;
    bool failed_{};
+};
+
+template <std::size_t count>
+class SwTable::UnresolvedEntry::Room {
+ public:
+   explicit Room(UnresolvedEntry& owner) { owner.roomIs(bytes_, sizeof bytes_); }
+
+ private:
+   alignas(NeededEntryHandleSm) std::byte bytes_[count * sizeof(NeededEntryHandleSm)];
+};
+
+template <>
+class SwTable::UnresolvedEntry::Room<0> {
+ public:
+   explicit Room(UnresolvedEntry&) {}
 };
 
 } // namespace Asic

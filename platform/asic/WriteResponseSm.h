@@ -18,7 +18,7 @@ class ZANDOR_EXPORT WriteResponseSm : public Nuv::Object {
 
    SwTable* swTable() const { return swTable_; }
 
-   /// The chip has answered a row, the newest one that `owner` wrote at its index.
+   /// The chip has answered the newest row that `owner` wrote at its index. Who calls touches neither then.
    void handleWriteResponse(SwTableBase::EntryHandle& owner, RowAnswer answer);
 
  private:

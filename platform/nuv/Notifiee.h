@@ -3,9 +3,6 @@
 #include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Export.h"
 
-#include <cstdint>
-#include <memory>
-
 namespace Nuv {
 
 class NotifieeListBase;
@@ -18,19 +15,22 @@ class ZANDOR_EXPORT Notifiee {
    Notifiee& operator=(Notifiee const&) = delete;
    virtual ~Notifiee() { leave(); }
 
-   bool isListed() const { return body_ != nullptr; }
+   bool isListed() const { return list_ != nullptr; }
 
    /// Leaves the list; a second call does nothing. Allowed at any time, also while the list announces.
-   void leave();
+   void leave() {
+      if (list_) {
+         leaveList();
+      }
+   }
 
  private:
    friend class NotifieeListBase;
-   struct Body;
+   void leaveList();
 
-   Body* body_{};
-   Notifiee* previous_{};
+   NotifieeListBase* list_{};
+   Notifiee* previous_{}; ///< that of the first one is the last
    Notifiee* next_{};
-   std::uint64_t number_{};
 };
 
 /// The observers of one object, in the order in which they registered. Without observers it is a null
@@ -43,9 +43,13 @@ class ZANDOR_EXPORT NotifieeListBase {
    NotifieeListBase() = default;
    NotifieeListBase(NotifieeListBase const&) = delete;
    NotifieeListBase& operator=(NotifieeListBase const&) = delete;
-   ~NotifieeListBase();
+   ~NotifieeListBase() {
+      if (first_) {
+         forsake();
+      }
+   }
 
-   bool empty() const { return body_ == nullptr || first() == nullptr; }
+   bool empty() const { return first_ == nullptr; }
 
    /// Everybody leaves.
    void clear();
@@ -53,30 +57,43 @@ class ZANDOR_EXPORT NotifieeListBase {
  protected:
    void add(Notifiee&);
 
-   /// One walk over those who are registered when it starts.
+   /// One walk over those who are registered when it starts; there must be one. A list belongs to one thread,
+   /// and so do its walks, which end in the reverse order of their start.
    class Walk {
     public:
-      explicit Walk(NotifieeListBase& list);
-      ~Walk();
+      explicit Walk(NotifieeListBase const& list)
+          : at_(list.first_), last_(list.first_->previous_), list_(&list), outer_(innermost_) {
+         innermost_ = this;
+      }
+      ~Walk() { innermost_ = outer_; }
       Walk(Walk const&) = delete;
       Walk& operator=(Walk const&) = delete;
-      Notifiee* next();
+
+      Notifiee* next() {
+         Notifiee* notifiee = at_;
+         if (notifiee) {
+            at_ = notifiee == last_ ? nullptr : notifiee->next_;
+         }
+         return notifiee;
+      }
 
     private:
       friend class Notifiee;
       friend class NotifieeListBase;
-      Notifiee::Body* body_{};
-      Notifiee* at_{};
-      std::uint64_t last_{};
-      Walk* outer_{};
+
+      Notifiee* at_;   ///< who is next
+      Notifiee* last_; ///< who is told last; of no meaning once nobody is next
+      NotifieeListBase const* list_;
+      Walk* outer_;
    };
 
  private:
    friend class Notifiee;
-   Notifiee* first() const;
-   static void releaseIfIdle(Notifiee::Body*);
+   void forsake();
 
-   Notifiee::Body* body_{};
+   [[gnu::tls_model("initial-exec")]] static constinit thread_local Walk* innermost_;
+
+   Notifiee* first_{};
 };
 
 template <class N>

@@ -18,6 +18,10 @@ threadSafePtrIs(bool isThreadSafe) {
 // The flags share their word with the count, which other threads may be changing.
 void
 Object::flagIs(std::uint32_t flag, bool value) {
+   if (!isThreadSafe_) [[likely]] {
+      word_ = value ? word_ | flag : word_ & ~flag;
+      return;
+   }
    std::atomic_ref word(word_);
    if (value) {
       word.fetch_or(flag, std::memory_order_relaxed);
@@ -61,19 +65,19 @@ Object::zeroReferencesQuietly() noexcept {
 
 void
 Object::referenceAddSafely() const {
-   auto before = std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed);
-   if ((before & countMask) == countMask) {
+   auto before = std::atomic_ref(word_).fetch_add(oneReference, std::memory_order_relaxed);
+   if (before + oneReference < oneReference) {
       countFailed("references < maximum");
    }
 }
 
 bool
 Object::isLastReferenceDelSafely() const {
-   auto before = std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) & countMask;
-   if (before == 0) {
+   auto before = std::atomic_ref(word_).fetch_sub(oneReference, std::memory_order_acq_rel);
+   if (before < oneReference) {
       countFailed("references > 0");
    }
-   return before == 1;
+   return before < 2 * oneReference;
 }
 
 void

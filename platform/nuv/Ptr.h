@@ -28,7 +28,7 @@ class ZANDOR_EXPORT Object : public Pooled {
 
    virtual FwkType fwkType() const { return {&platformModule()}; }
 
-   std::uint32_t references() const { return word_ & countMask; }
+   std::uint32_t references() const { return word_ / oneReference; }
 
    /// Whether changes of this object are announced. Objects are born silent; their factory switches them on.
    bool hasNotificationActive() const { return (word_ & notificationFlag) != 0; }
@@ -55,9 +55,10 @@ class ZANDOR_EXPORT Object : public Pooled {
    friend bool threadSafePtr();
    friend void threadSafePtrIs(bool isThreadSafe);
 
-   static constexpr std::uint32_t countMask = (1u << 29) - 1;
-   static constexpr std::uint32_t zeroReferencesFlag = 1u << 29;
-   static constexpr std::uint32_t notificationFlag = 1u << 30;
+   // The flags lie below the count: the word overflows where the count does.
+   static constexpr std::uint32_t zeroReferencesFlag = 1u << 0;
+   static constexpr std::uint32_t notificationFlag = 1u << 1;
+   static constexpr std::uint32_t oneReference = 1u << 3;
 
    static bool isThreadSafe_;
 
@@ -81,7 +82,7 @@ inline void
 Object::referenceAdd() const {
    if (isThreadSafe_) [[unlikely]] {
       referenceAddSafely();
-   } else if ((word_++ & countMask) == countMask) [[unlikely]] {
+   } else if (__builtin_add_overflow(word_, oneReference, &word_)) [[unlikely]] {
       countFailed("references < maximum");
    }
 }
@@ -91,11 +92,10 @@ Object::isLastReferenceDel() const {
    if (isThreadSafe_) [[unlikely]] {
       return isLastReferenceDelSafely();
    }
-   std::uint32_t before = word_-- & countMask;
-   if (before == 0) [[unlikely]] {
+   if (__builtin_sub_overflow(word_, oneReference, &word_)) [[unlikely]] {
       countFailed("references > 0");
    }
-   return before == 1;
+   return word_ < oneReference;
 }
 
 inline void
