@@ -1,8 +1,5 @@
-#include "chip/model/Faults.h"
-#include "chip/model/testing/ChipTest.h"
 #include "platform/nuv/testing/Soak.h"
-#include "tables/EgrL3Oif2.h"
-#include "tables/L3NextHop2Table.h"
+#include "tables/testing/NextHopTest.h"
 
 #include <map>
 #include <random>
@@ -16,7 +13,7 @@ constexpr std::uint16_t ports = 16; // more than there are indices
 
 /// Next hops over interfaces on a small chip, changed at random. After every row that the chip accepts, no
 /// row points at one that is not there, and both halves of a key are at its own index.
-class NextHopRandom : public ModelChip::ChipTest {
+class NextHopRandom : public NextHopTest {
  protected:
    struct NextHop {
       std::vector<Handle> users;
@@ -27,16 +24,7 @@ class NextHopRandom : public ModelChip::ChipTest {
       bool isHeld() const { return isCommitted || !users.empty(); }
    };
 
-   NextHopRandom()
-       : ChipTest({{"EgrL3Oif2", interfaceRows},
-                   {"IngL3NextHop2Table", nextHopRows},
-                   {"EgrL3NextHop2", nextHopRows},
-                   {"L3EcmpMember0Table", 1},
-                   {"L3UnderlayEcmpMember1Table", 1},
-                   {"L3EcmpGroup0Table", 1}}) {
-      chip->faultsIs(faults);
-      interfaces->doInit(unit, stateDatabase, chip->chipInfo());
-      nextHops->doInit(unit, stateDatabase, chip->chipInfo());
+   NextHopRandom() : NextHopTest(nextHopRows, interfaceRows) {
       afterRow = [this] {
          rowsApplied.clear();
          ASSERT_FALSE(chip->table("IngL3NextHop2Table")->hasRow(0));
@@ -48,12 +36,6 @@ class NextHopRandom : public ModelChip::ChipTest {
    void begin(std::uint32_t seed) { random.seed(seed); }
 
    unsigned draw(unsigned below) { return random() % below; }
-
-   static L3UnderlayNextHopKey keyOf(std::uint16_t port) {
-      L3UnderlayNextHopKey key;
-      key.l2If = {port};
-      return key;
-   }
 
    void writeInterface(Asic::Index index, std::uint16_t value) {
       EgrL3Oif2::Entry entry;
@@ -68,14 +50,9 @@ class NextHopRandom : public ModelChip::ChipTest {
    }
 
    void write(std::uint16_t port, Asic::Index interface, std::uint8_t value, bool isCommit) {
-      IngL3NextHop2Table::Entry ing;
-      ing.destinationId = value;
-      EgrL3NextHop2::Entry egr;
-      egr.l3Oif2Handle = interfaces->entryWeakRef(interface);
-      egr.dstMacAddress = {{2, 0, 0, 0, 0, value}};
       auto& nextHop = nextHopsAt[port];
-      auto handle = isCommit ? nextHops->entryCommit(keyOf(port), ing, egr)
-                             : nextHops->entryRef(keyOf(port), ing, egr);
+      auto handle = isCommit ? nextHops->entryCommit(keyOf(port), ing(value), egr(value, interface))
+                             : nextHops->entryRef(keyOf(port), ing(value), egr(value, interface));
       nextHop.interface = interface;
       nextHop.value = value;
       if (isCommit) {
@@ -150,7 +127,7 @@ class NextHopRandom : public ModelChip::ChipTest {
    // room when it was.
    void checkIdle() {
       loop.runUntilIdle();
-      Asic::Index rows = 0;
+      Asic::Index present = 0;
       for (auto const& [port, nextHop] : nextHopsAt) {
          SCOPED_TRACE(port);
          auto handle = nextHops->entryHandle(keyOf(port));
@@ -164,16 +141,16 @@ class NextHopRandom : public ModelChip::ChipTest {
             ASSERT_EQ(handle->entryState(), State::failed);
             continue;
          }
-         ++rows;
+         ++present;
          checkHalves(*handle, index, nextHop);
       }
-      ASSERT_EQ(nextHops->indexAllocator()->holders(), rows);
-      ASSERT_EQ(chip->table("IngL3NextHop2Table")->rowsPresent(), rows);
+      ASSERT_EQ(nextHops->indexAllocator()->holders(), present);
+      ASSERT_EQ(chip->table("IngL3NextHop2Table")->rowsPresent(), present);
    }
 
    void checkHalves(L3NextHop2Table::EntryHandle const& handle, Asic::Index index, NextHop const& nextHop) {
-      auto ing = chip->table("IngL3NextHop2Table")->row(index);
-      ASSERT_EQ(ModelChip::IngL3NextHop2Table::destinationId.unpack(ing), nextHop.value);
+      auto ingRow = chip->table("IngL3NextHop2Table")->row(index);
+      ASSERT_EQ(ModelChip::IngL3NextHop2Table::destinationId.unpack(ingRow), nextHop.value);
       if (nextHop.interface >= interfaceRows) {
          ASSERT_EQ(handle.entryState(), State::failedNeededEntry);
          return;
@@ -181,9 +158,9 @@ class NextHopRandom : public ModelChip::ChipTest {
       ASSERT_EQ(handle.entryState(), State::success);
       ASSERT_TRUE(handle.isHwIndexValid());
       ASSERT_EQ(handle.hwEntryIndex(), index);
-      auto egr = chip->table("EgrL3NextHop2")->row(index);
-      ASSERT_EQ(ModelChip::EgrL3NextHop2::l3Oif.unpack(egr), nextHop.interface);
-      ASSERT_EQ(ModelChip::EgrL3NextHop2::dstMac.unpack(egr) & 0xFF, nextHop.value);
+      auto egrRow = chip->table("EgrL3NextHop2")->row(index);
+      ASSERT_EQ(ModelChip::EgrL3NextHop2::l3Oif.unpack(egrRow), nextHop.interface);
+      ASSERT_EQ(ModelChip::EgrL3NextHop2::dstMac.unpack(egrRow) & 0xFF, nextHop.value);
       ASSERT_TRUE(chip->table("EgrL3Oif2")->hasRow(nextHop.interface));
    }
 
@@ -214,21 +191,11 @@ class NextHopRandom : public ModelChip::ChipTest {
             release(port);
          }
       }
-      interfaces->entryRemoveAll();
       interfaceValues.clear();
-      loop.runUntilIdle();
-      EXPECT_EQ(rowsPresent(), 0u);
-      EXPECT_EQ(nextHops->handles().size(), 0u);
-      EXPECT_EQ(nextHops->ingL3NextHop2Table()->handles().size(), 0u);
-      EXPECT_EQ(nextHops->egrL3NextHop2()->handles().size(), 0u);
-      EXPECT_EQ(interfaces->handles().size(), 0u);
-      EXPECT_EQ(nextHops->indexAllocator()->holders(), 0u);
+      expectNothingLeft();
    }
 
    std::mt19937 random;
-   Nuv::Ptr<ModelChip::Faults> faults = Nuv::make<ModelChip::Faults>();
-   Nuv::Ptr<EgrL3Oif2> interfaces = egrL3Oif2Factory("EgrL3Oif2");
-   Nuv::Ptr<L3NextHop2Table> nextHops = l3NextHop2TableFactory();
    std::map<Asic::Index, std::uint16_t> interfaceValues;
    std::map<std::uint16_t, NextHop> nextHopsAt;
 };
