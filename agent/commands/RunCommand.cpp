@@ -16,6 +16,9 @@ namespace L3TunnelAgent {
 
 namespace {
 
+// With --oneshot, of a state that changes all the while.
+constexpr int mostReadings = 3;
+
 struct Options {
    LiveAgent::Settings settings;
    OperatorOptions operatorOptions;
@@ -94,6 +97,7 @@ run(Options options, Context& context) {
                                                                     standardErrorLog());
    Signals signals(loop, *live, served.get());
    bool isCaughtUp = false;
+   int readings = 0;
    if (options.oneshot) {
       live->hooks().log = [&](LogLevel /*level*/, std::string const& text) {
          if (context.warn) {
@@ -101,7 +105,10 @@ run(Options options, Context& context) {
          }
       };
       live->hooks().caughtUp = [&] {
-         isCaughtUp = true;
+         isCaughtUp = live->isCaughtUp();
+         if (!isCaughtUp && ++readings < mostReadings) {
+            return live->reread();
+         }
          live->stop();
          signals.stop();
       };
@@ -110,6 +117,9 @@ run(Options options, Context& context) {
    loop.run();
    if (!options.oneshot) {
       return {};
+   }
+   if (readings == mostReadings) {
+      throw std::runtime_error("the kernel's state never was still while it was read");
    }
    if (!isCaughtUp) {
       throw std::runtime_error("interrupted before the kernel's state was programmed");

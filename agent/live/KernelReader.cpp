@@ -1,6 +1,7 @@
 #include "agent/live/KernelReader.h"
 
 #include <algorithm>
+#include <asio/post.hpp>
 #include <cerrno>
 #include <cstring>
 #include <linux/rtnetlink.h>
@@ -18,6 +19,8 @@ constexpr unsigned groups[] = {RTNLGRP_LINK,         RTNLGRP_NEIGH,       RTNLGR
 
 // Others get their turn after so many datagrams.
 constexpr std::size_t datagramsPerTurn = 512;
+// And when so many replies are handed on, of thousands of messages.
+constexpr std::size_t repliesPerTurn = 8;
 // While a dump is brought to its end, as many as a large buffer holds.
 constexpr std::size_t datagramsAtOnce = 1U << 16U;
 
@@ -42,7 +45,7 @@ KernelReader::~KernelReader() {
 template <typename Call>
 auto
 KernelReader::guarded(Call call) {
-   return [call, alive = std::weak_ptr<int>(alive_)](asio::error_code const& error) {
+   return [call, alive = std::weak_ptr<int>(alive_)](asio::error_code const& error = {}) {
       if (!error && !alive.expired()) {
          call();
       }
@@ -252,11 +255,24 @@ KernelReader::recovered() {
 void
 KernelReader::answered() {
    recovered();
-   auto const kind = kinds_.front();
-   auto const dump = *std::exchange(dump_, std::nullopt);
-   for (auto const& reply : dump.replies()) {
-      listener_.replied(kind, reply);
+   handedOn_ = 0;
+   handOn();
+}
+
+/// A few at a time, since some kinds are long and others wait for the loop.
+void
+KernelReader::handOn() {
+   for (std::size_t count = 0; count < repliesPerTurn && handedOn_ < dump_->replies().size(); ++count) {
+      listener_.replied(kinds_.front(), dump_->replies()[handedOn_++]);
+      if (!isReading()) {
+         return;
+      }
    }
+   if (handedOn_ < dump_->replies().size()) {
+      asio::post(loop_, guarded([this] { handOn(); }));
+      return;
+   }
+   dump_.reset();
    if (kinds_.size() > 1) {
       kinds_ = kinds_.subspan(1);
       tries_ = 0;

@@ -108,6 +108,7 @@ class KernelReader {
    void tryAgain(std::string const& why);
    void recovered();
    void answered();
+   void handOn();
    template <typename Call>
    auto guarded(Call call);
 
@@ -121,6 +122,7 @@ class KernelReader {
    asio::steady_timer pause_;
    std::span<DumpKind const> kinds_; // the first one is being read
    std::optional<DumpReader> dump_;
+   std::size_t handedOn_{}; // of its replies
    std::uint32_t sequence_{};
    unsigned tries_{}; // of the first kind
    bool fitsTogether_{};

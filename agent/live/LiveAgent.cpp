@@ -261,8 +261,11 @@ LiveAgent::dumped(bool fitsTogether) {
       readIn(Scope::routes, isFirst ? confirmationPause : restLeft());
    }
    confirmDoubts();
-   if (!fitsTogether && due_ != Scope::whole) {
-      readAgain();
+   if (!fitsTogether) {
+      told(LogLevel::warning, "the kernel's state changed while it was read, and is read again");
+      if (due_ != Scope::whole) {
+         readAgain();
+      }
    }
    if (due_ != Scope::nothing && !isArmed_) {
       readIn(due_, due_ == Scope::whole ? pause_ : restLeft());

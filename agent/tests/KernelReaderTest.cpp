@@ -22,7 +22,12 @@ class Heard final : public KernelListener {
    void announced(std::span<std::byte const> /*datagram*/) override { ++announcements; }
    void burstRead() override {}
    void lost() override { ++losses; }
-   void replied(DumpKind const& /*kind*/, std::span<std::byte const> /*datagram*/) override {}
+   void replied(DumpKind const& /*kind*/, std::span<std::byte const> /*datagram*/) override {
+      ++replies;
+      if (stopped) {
+         stopped->stop();
+      }
+   }
    void dumped(bool /*fitsTogether*/) override { ++dumps; }
    void told(LogLevel level, std::string const& text) override {
       (level == LogLevel::warning ? warnings : notices).push_back(text);
@@ -30,7 +35,9 @@ class Heard final : public KernelListener {
 
    std::size_t announcements{};
    std::size_t losses{};
+   std::size_t replies{};
    std::size_t dumps{};
+   KernelReader* stopped{}; // at the first reply
    std::vector<std::string> warnings;
    std::vector<std::string> notices;
 };
@@ -161,6 +168,39 @@ TEST_F(KernelReaderTest, GoesOnWhenTheKernelDoesNotTakeARequestAndTellsOfItOnce)
    EXPECT_TRUE(reader.isReading());
    ASSERT_GE(dup2(kept.value(), *asking.begin()), 0);
    runUntil([&] { return heard_.dumps == 2; });
+}
+
+TEST_F(KernelReaderTest, HandsOnAFewRepliesAtATime) {
+   kernel_.cableIs("a0", "a1");
+   kernel_.addressIs("a0", "10.1.0.0", 31);
+   for (std::uint32_t id = 1; id <= 5000; ++id) {
+      kernel_.nextHopIs(id, "a0", "10.1.0.1");
+   }
+   constexpr DumpKind objects{.name = "next-hop objects", .type = RTM_GETNEXTHOP, .family = AF_UNSPEC};
+   std::array const kinds{objects, answeredKind};
+   KernelReader reader(loop_, {}, heard_, counters_);
+   reader.start();
+   reader.read(kinds);
+   std::size_t most = 0;
+   runUntil([&] {
+      auto const before = heard_.replies;
+      loop_.run_one_for(50ms);
+      most = std::max(most, heard_.replies - before);
+      return heard_.dumps == 1;
+   });
+   EXPECT_GT(heard_.replies, 8U);
+   EXPECT_LE(most, 8U);
+}
+
+TEST_F(KernelReaderTest, MayBeStoppedAtAReply) {
+   KernelReader reader(loop_, {}, heard_, counters_);
+   heard_.stopped = &reader;
+   reader.start();
+   std::array const kinds{answeredKind, answeredKind};
+   reader.read(kinds);
+   loop_.run_for(20s);
+   EXPECT_EQ(heard_.replies, 1U);
+   EXPECT_EQ(heard_.dumps, 0U);
 }
 
 #ifndef __has_feature

@@ -14,6 +14,7 @@ namespace L3TunnelAgent {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -406,6 +407,7 @@ TEST_F(LiveAgentTest, TellsThatWhatItFirstReadIsProgrammedThoughItIsToBeReadAgai
    EXPECT_GE(live_->counters().interruptedDumps, 8U);
    EXPECT_THAT(readings, ElementsAre(1U));
    EXPECT_THAT(caughtUp, ElementsAre(false));
+   EXPECT_THAT(log_, Contains("the kernel's state changed while it was read, and is read again"));
    EXPECT_THAT(ways("10.255.0.1"), UnorderedElementsAre("a0", "b0"));
    runUntil([&] { return live_->isCaughtUp(); });
    EXPECT_GT(live_->counters().reconciliations, 1U);

@@ -6,6 +6,8 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <thread>
 
 namespace L3TunnelAgent {
@@ -135,6 +137,34 @@ TEST_F(LiveCommandsTest, RunOneshotThatIsInterruptedSaysSoAndSumsUpNothing) {
       }
    }
    EXPECT_TRUE(isInterrupted);
+}
+
+TEST_F(LiveCommandsTest, RunOneshotEndsWithAnErrorWhenTheStateChangesAllTheWhile) {
+   for (std::uint32_t id = 100; id < 12'000; ++id) { // which takes a while to read
+      kernel_.nextHopIs(id, "a0", "10.1.0.1");
+   }
+   auto const child = fork();
+   ASSERT_GE(child, 0);
+   if (child == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+   }
+   while (child == 0) { // until it is killed
+      kernel_.groupIs(10, {1});
+      kernel_.groupIs(10, {1, 2});
+   }
+   // A busy machine may give the child no turn in a whole reading.
+   Outcome outcome;
+   bool const isError = isWithin(60s, [&] {
+      outcome = runAgent("run --oneshot");
+      return outcome.exitCode != 0;
+   });
+   EXPECT_EQ(kill(child, SIGKILL), 0);
+   EXPECT_EQ(waitpid(child, nullptr, 0), child);
+   EXPECT_TRUE(isError);
+   EXPECT_EQ(outcome.exitCode, 4);
+   EXPECT_EQ(outcome.out, "");
+   EXPECT_THAT(outcome.error, HasSubstr("the kernel's state never was still while it was read"));
+   EXPECT_EQ(runAgent("run --oneshot").exitCode, 0);
 }
 
 TEST_F(LiveCommandsTest, RecordsWhatProgramReplaysAlike) {
