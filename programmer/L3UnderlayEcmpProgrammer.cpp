@@ -5,8 +5,6 @@
 #include "platform/trace/Mirelog.h"
 #include "plugin/DefaultTraceHandle.h"
 
-#include <array>
-
 namespace ZandorL3Tunnel {
 
 namespace {
@@ -70,7 +68,7 @@ L3UnderlayEcmpProgrammer::doMountHwTableMountInfo(Nuv::Ptr<Kallo::MountGroup> co
 void
 L3UnderlayEcmpProgrammer::initTables(ZandorCentral::ChipInfo const& chipInfo) {
    NUV_ASSERT(fcsd()->logicalModInfos(), "");
-   DUOLOG(_defaultTraceHandle(), TraceLevel::programmer, "initTables", " Allocating L3EcmpNextHop tables");
+   DUOLOG(defaultTraceHandle(), TraceLevel::programmer, "initTables", " Allocating L3EcmpNextHop tables");
    MIRELOG(facility(), TraceLevel::programmer, "initTables of unit {}", fcsd()->unit());
    chipInfo_ = Nuv::make<PublishedChipInfo>(chipInfo);
    auto unit = fcsd()->unit();
@@ -121,7 +119,7 @@ L3UnderlayEcmpProgrammer::fillNextHopInfo(L3ViaEntry const& via) const {
 
 L3UnderlayEcmpProgrammer::HandlePtr
 L3UnderlayEcmpProgrammer::nextHopHandle(L3ViaEntry const& via, bool isCpuDrop) {
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    auto info = fillNextHopInfo(via);
    DUOLOG(trace, TraceLevel::programmer, "fillNextHopInfo", "; macAddr=", via.macAddr, " cpu=", info.cpu,
           "; drop=", info.drop);
@@ -137,23 +135,9 @@ L3UnderlayEcmpProgrammer::nextHopHandle(L3ViaEntry const& via, bool isCpuDrop) {
    return l3EcmpNextHopTable_->entryWrite(keyOf(via), info.ing, info.egr, Asic::AutoRemoveType::automatic);
 }
 
-void
-L3UnderlayEcmpProgrammer::expectNextHops(L3Via const& vias) const {
-   std::array<L3UnderlayNextHopKey, L3NextHop2Table::mostExpected> keys;
-   std::size_t count = 0;
-   for (auto const& via : vias.via()) {
-      if (count == keys.size()) {
-         l3EcmpNextHopTable_->entriesExpected(keys);
-         count = 0;
-      }
-      keys[count++] = keyOf(via.key());
-   }
-   l3EcmpNextHopTable_->entriesExpected(std::span(keys).first(count));
-}
-
 L3UnderlayEcmpProgrammer::HandlePtr
 L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, bool isCpuDrop) {
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    L3UnderlayEcmpMember1Table::EntryBlock block;
    // Who hears of the tables while they are made may ask too early.
    if (!l3EcmpNextHopTable_ || !l3EcmpMemberTable_ || !egrL3Oif2_) {
@@ -163,9 +147,6 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
    }
    if (auto size = vias->via().size()) {
       block.reserve(size);
-   }
-   if (l3EcmpNextHopTable_->profitsFromExpectation()) {
-      expectNextHops(*vias);
    }
    std::uint32_t position = 0;
    for (auto at = vias->via().iterator(); at; ++at) {

@@ -104,7 +104,6 @@ class ZANDOR_EXPORT L3UnderlayEcmpProgrammer final : public Nuv::Object {
 
    NextHopInfo fillNextHopInfo(L3ViaEntry const& via) const;
    HandlePtr nextHopHandle(L3ViaEntry const& via, bool isCpuDrop);
-   void expectNextHops(L3Via const& vias) const;
 
    Fcsd fcsd_;
    KalloEm kalloEm_;

@@ -26,7 +26,7 @@ AccessorBase::committed(Handle& handle) {
 void
 AccessorBase::removed(Handle* handle, ResponseHandler* handler, Asic::SwTable const& table,
                       Nuv::TextRef key) {
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    if (!handle || handle->entryType() != EntryHandle::committed()) {
       DUOLOG(trace, TraceLevel::write, table.tblName(), " : Found no committed entry at key : ", key);
       return;
@@ -43,7 +43,7 @@ void
 AccessorBase::handleEntryState(Handle const& handle, ResponseHandler& handler, Nuv::TextRef key) {
    auto state = handle.entryState();
    if (auto const* table = handle.swTable()) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::state, table->tblName(), " entryhandle state: ", state,
+      DUOLOG(defaultTraceHandle(), TraceLevel::state, table->tblName(), " entryhandle state: ", state,
              ", key : ", key);
    }
    ACCESSOR_ASSERT(state <= SwTableBase::failed(), "entryState <= failed()", "");
@@ -95,7 +95,7 @@ AccessorBase::completesForTesting() {
 void
 AccessorBase::handleLeaves(Handle const& handle, bool isRegistered, Asic::SwTable const& table,
                            Nuv::TextRef key) {
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, table.tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, table.tblName(),
           " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle), ", key :", key);
    ACCESSOR_ASSERT(!isRegistered || handle.entryType() == EntryHandle::referenceOnly(),
                    "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType");

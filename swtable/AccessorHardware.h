@@ -1,7 +1,7 @@
 #pragma once
 
-// From resolved values to rows and back; part of Accessor.h. Who calls this holds the handle; the chip's answers
-// alone come without.
+// From resolved values to rows and back; part of Accessor.h. Who calls this holds the handle; the chip's
+// answers alone come without.
 
 #include "swtable/Accessor.h"
 
@@ -63,7 +63,7 @@ void
 SwTable::Accessor<T>::handleEntry(Handle& eh) const {
    using namespace ZandorL3Tunnel;
    MIRELOG(T::traceFacility(), TraceLevel::hardware, "handleEntry {}", eh.creationNumber());
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "handleEntry ", swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::hardware, "handleEntry ", swTable_->tblName(),
           " : key: ", eh.key());
    if (!eh.isResolved()) {
       hwTableEntryDel(eh);
@@ -105,14 +105,14 @@ template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryIs ", swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryIs ", swTable_->tblName(),
           " : key: ", eh.key());
    Index base = swTable_->doAcquireHwIndex(eh.key()).value_or(invalidIndex);
    MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryIs {} at {}", eh.creationNumber(), base);
    eh.isRowRefusedIs(false);
    if (base == invalidIndex) {
       swTable_->hwIndexFailed();
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+      DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " : No free hardware index at key : ", eh.key(), ", rows: ", rows(eh));
    }
    WriteWatch watch(eh);
@@ -197,7 +197,7 @@ template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryDel(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryDel ", swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::hardware, "hwTableEntryDel ", swTable_->tblName(),
           " : key: ", eh.key());
    Index base = swTable_->heldHwIndex(eh.key());
    MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryDel {} at {}", eh.creationNumber(), base);

@@ -39,7 +39,7 @@ template <class T>
 void
 SwTable::Accessor<T>::beginDeleteDance(Handle& eh, bool isRegistered) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
           " begin delete dance, key :", eh.key());
    ACCESSOR_ASSERT(isRegistered, "swTable_->entryHandleHas( key )", Nuv::text("key: ", eh.key()));
    Nuv::Ptr<Handle> alive(&eh);
@@ -67,7 +67,7 @@ template <class T>
 void
 SwTable::Accessor<T>::completeDeleteDance(Handle& eh) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
           " delete dance complete, key :", eh.key());
    Nuv::Ptr<T> table(swTable_);
    Nuv::Ptr<Handle> alive(&eh);

@@ -12,7 +12,7 @@ template <class T>
 void
 SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
    using namespace ZandorL3Tunnel;
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    if (eh.isResolved() && eh.content_.entry == entry) {
       DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
              " : Found already existing resolved entry at key : ", eh.key());
@@ -48,7 +48,8 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
    steps.finish();
 }
 
-// A value that has all that it needs is there without having waited; false, with nothing changed, for another.
+// A value that has all that it needs is there without having waited; false, with nothing changed, for
+// another.
 template <class T>
 bool
 SwTable::Accessor<T>::resolvedAtOnce(Handle& eh, Entry const& entry) const {
@@ -62,10 +63,10 @@ SwTable::Accessor<T>::resolvedAtOnce(Handle& eh, Entry const& entry) const {
       return false;
    }
    traceUnsetHandle([&] { return Asic::hasUnsetHandle(entry); });
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
           " All needed entryHandles are already resolved");
    MIRELOG(T::traceFacility(), TraceLevel::resolve, "doResolve {}", eh.creationNumber());
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
           " UnresolvedEntry resolved at key  : ", eh.key());
    resolvedEntryIs(eh, std::move(resolved));
    return true;
@@ -122,7 +123,7 @@ template <class T>
 void
 SwTable::Accessor<T>::initUnresolvedEntry(Handle& eh, Waiting& ue) const {
    using namespace ZandorL3Tunnel;
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    traceUnsetHandle([&] { return hasUnsetHandle(eh, ue); });
    bool hasFailed = false;
    if constexpr (isBlock) {
@@ -156,7 +157,7 @@ template <class Has>
 void
 SwTable::Accessor<T>::traceUnsetHandle(Has&& has) {
    using namespace ZandorL3Tunnel;
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    if (trace.isOpen(TraceLevel::resolve) && has()) {
       DUOLOG(trace, TraceLevel::resolve,
              "Initializating unresolved entry or entry block: entry handle was not yet assigned.");
@@ -188,7 +189,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
          eh.entryStateIs(failed());
          return;
       }
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+      DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " UnresolvedEntry resolved at entryBlock  : ", eh.key());
       // The same block, under the same identity, with its index fields filled.
       eh.key_.dependentFieldsFill();
@@ -201,7 +202,7 @@ SwTable::Accessor<T>::doResolve(Handle& eh, Waiting& ue) const {
          eh.entryStateIs(failed());
          return;
       }
-      DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
+      DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
              " UnresolvedEntry resolved at key  : ", eh.key());
       steps([&] { resolvedEntryIs(eh, std::move(entry)); });
    }

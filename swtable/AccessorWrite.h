@@ -27,7 +27,7 @@ template <class T>
 void
 SwTable::Accessor<T>::entryRef(Key const& key, Entry const& entry, HandlePtr& held) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
+   DUOLOG(defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
    MIRELOG(T::traceFacility(), TraceLevel::write, "entryRef key {} handle {}", traceKey(key),
@@ -43,7 +43,7 @@ template <class T>
 typename SwTable::Accessor<T>::HandlePtr
 SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry, ResponseFunction handler) const {
    using namespace ZandorL3Tunnel;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
+   DUOLOG(defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing entry : ", entry,
           ", at key : ", key);
    auto eh = entryHandleIs(key);
    MIRELOG(T::traceFacility(), TraceLevel::write, "entryCommit key {} handle {}", traceKey(key),
@@ -58,7 +58,7 @@ SwTable::Accessor<T>::entryCommit(Key const& key, Entry const& entry, ResponseFu
    Nuv::AllSteps steps;
    WriteWatch watch(*eh);
    if (!HasDependentFields<Entry> && !(eh->isResolved() && eh->content_.entry == entry)) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing new entry : ", entry,
+      DUOLOG(defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " : Writing new entry : ", entry,
              ", at key : ", key, "; setting entryState to unresolved",
              " to ensure callback gets triggered by entryState change.");
       steps([&] { eh->entryStateIs(unresolved()); });
@@ -103,7 +103,7 @@ SwTable::Accessor<T>::entryBlockIs(Key const& block, char const* function, Take&
       return nullptr;
    }
    bool isThere = eh->isResolved() || eh->unresolvedEntry();
-   DUOLOG(_defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " ", function,
+   DUOLOG(defaultTraceHandle(), TraceLevel::write, swTable_->tblName(), " ", function,
           isThere ? " : Found an existing entry : " : " : Writing new entry : ", block);
    take(*eh);
    // A new block's state is `unresolved` already: there is nothing to announce.

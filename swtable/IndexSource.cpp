@@ -13,7 +13,7 @@ constexpr Asic::Index indicesWithoutHardware = 65536;
 Nuv::Ptr<Asic::GenericIndexAllocator>
 AllocatorUse::initAllocator(Nuv::FwkType allocatorType, Asic::SwTable const* table, Make makeOwn) {
    using Asic::GenericIndexAllocatorStub;
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve, "Creating shared allocator");
    ACCESSOR_ASSERT(table, "table", "");
    auto allocator =
          makeOwn ? makeOwn(table->tblName())
@@ -33,7 +33,7 @@ AllocatorUse::initAllocator(Nuv::FwkType allocatorType, Asic::SwTable const* tab
 void
 AllocatorUse::freeAllocator(Asic::GenericIndexAllocator& allocator, Nuv::FwkType allocatorType,
                             Asic::SwTable const& table) {
-   DUOLOG(_defaultTraceHandle(), TraceLevel::resolve,
+   DUOLOG(defaultTraceHandle(), TraceLevel::resolve,
           "Trying to delete shared allocator for table:", table.tblName());
    if (allocatorType.module) {
       Asic::GenericIndexAllocatorStub::freeSharedAllocator(allocatorType, table.fwkType(), &table);

@@ -214,11 +214,15 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
       return nullptr;
    }
    auto handle = writtenHandle(key, autoRemoveType);
-   auto const handlerBefore = std::exchange(handle->responseHandler_, ResponseHandler());
-   handle->responseHandler_.functionIs(std::move(handler));
+   // The handler before ends last: its own end may lead back here.
+   ResponseHandler handlerBefore;
+   if (handler || handle->responseHandler_) {
+      handlerBefore = std::exchange(handle->responseHandler_, ResponseHandler());
+      handle->responseHandler_.functionIs(std::move(handler));
+   }
    bool mayBeInPlace = !handle->unresolvedMergedEntry() && handle->entryState() != unresolved();
    if (mayBeInPlace && isInPlace(*handle, ingEntry, egrEntry)) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
+      DUOLOG(defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
              ": merged table entry already exists");
       return handle;
    }
@@ -228,7 +232,7 @@ L3NextHop2Table::entryWriteWithResponseHandler(Key const& key, IngL3NextHop2Tabl
       return handle;
    }
    if (isInPlace(*handle, index, ingEntry, egrEntry)) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
+      DUOLOG(defaultTraceHandle(), TraceLevel::write, "entryWriteWithResponseHandler",
              ": merged table entry already exists");
       return handle;
    }
@@ -356,7 +360,7 @@ L3NextHop2Table::entryRemoveAll() {
 void
 L3NextHop2Table::cleanup(EntryHandle& handle) {
    Nuv::Ptr<L3NextHop2Table> alive(this);
-   if (profitsFromExpectation()) {
+   if (handles_.size() >= manyHandles) {
       endExpected(handle);
    }
    bool isRegistered = handles_.del(handle);

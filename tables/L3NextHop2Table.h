@@ -12,7 +12,6 @@
 #include "types/L3UnderlayNextHopKey.h"
 
 #include <array>
-#include <span>
 
 namespace ZandorL3Tunnel {
 
@@ -91,13 +90,6 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    /// commit does, until `entryRemove(newKey)`. It takes no index and writes nothing. The keys must differ,
    /// and the type must be `needsExplicitRemove`. An earlier mapping of `newKey` is replaced.
    HandlePtr entryMapToKey(Key const& newKey, Key const& existingKey, Asic::AutoRemoveType autoRemoveType);
-
-   /// Says which keys are about to be written, at most `mostExpected` of them. Nothing changes: where there
-   /// are more next hops than caches hold, the memory is asked for what the writes will read, so that the
-   /// waits for it overlap.
-   void entriesExpected(std::span<Key const> keys) const;
-   bool profitsFromExpectation() const { return handles_.size() >= manyHandles; }
-   static constexpr std::size_t mostExpected = 64;
 
    /// Gives the commit at `key` back: the entry goes with its last holder. A key that stands for another's
    /// entry stands for it no longer, and nothing else. Without either it does nothing.

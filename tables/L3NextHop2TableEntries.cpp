@@ -3,8 +3,6 @@
 #include "swtable/AccessorBase.h"
 #include "tables/L3NextHop2Table.h"
 
-#include <algorithm>
-
 namespace ZandorL3Tunnel {
 
 void
@@ -52,11 +50,10 @@ L3NextHop2Table::EntryHandle::cleanup() {
 
 void
 L3NextHop2Table::EntryHandle::handleEntryState() {
-   DUOLOG(_defaultTraceHandle(), TraceLevel::state, "handleEntryState", " : ", entryState());
+   DUOLOG(defaultTraceHandle(), TraceLevel::state, "handleEntryState", " : ", entryState());
    NUV_ASSERT_AS("L3NextHop2Table", entryState() <= failed(), "0", "unexpected entryState");
    if (responseHandler_ && entryState() == success()) {
-      DUOLOG(_defaultTraceHandle(), TraceLevel::state, "handleEntryState", " success callback ",
-             entryState());
+      DUOLOG(defaultTraceHandle(), TraceLevel::state, "handleEntryState", " success callback ", entryState());
    }
    responseHandler_.entryStateIs(entryState());
 }
@@ -159,28 +156,6 @@ prefetchHalf(Nuv::Ptr<T> const& table, Asic::Index index) {
 
 } // namespace
 
-void
-L3NextHop2Table::entriesExpected(std::span<Key const> keys) const {
-   if (!profitsFromExpectation()) {
-      return;
-   }
-   NUV_ASSERT(keys.size() <= mostExpected, tblName());
-   for (auto const& key : keys) {
-      handles_.prefetch(key);
-   }
-   std::array<EntryHandle const*, mostExpected> found;
-   auto end = std::ranges::transform(keys, found.begin(), [this](Key const& key) {
-                 return handles_.peek(key);
-              }).out;
-   for (auto handle = found.begin(); handle != end; ++handle) {
-      if (*handle) {
-         for (auto const& half : (*handle)->mergedEntry()) {
-            prefetchHandle(half.get());
-         }
-      }
-   }
-}
-
 // All that the end of a next hop will read, and that lies apart from each other.
 void
 L3NextHop2Table::endExpected(EntryHandle const& handle) const {
@@ -236,7 +211,7 @@ L3NextHop2Table::IndexDeallocatorSm::MemberTableSm::handleResolvedEntry(Asic::In
 
 void
 L3NextHop2Table::IndexDeallocatorSm::handleResolvedEntry(Asic::Index index) {
-   auto const& trace = _defaultTraceHandle();
+   auto const& trace = defaultTraceHandle();
    auto const allocator = table_.indexAllocator();
    if (!allocator || !allocator->isHeldAt(index)) {
       return;

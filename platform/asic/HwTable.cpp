@@ -83,12 +83,9 @@ HwTable::rowIfAny(Index index, std::uint32_t*& words) {
 }
 
 HwTable::Unanswered*
-HwTable::unanswered(Command command) {
+HwTable::unansweredIfAny(Command command) {
    Command first = nextCommand_ - commands_.size();
-   if (command < first) [[likely]] {
-      if (stragglers_.empty()) [[likely]] {
-         return nullptr;
-      }
+   if (command < first) {
       auto found = stragglers_.find(command);
       return found == stragglers_.end() ? nullptr : &found->second;
    }
@@ -216,7 +213,7 @@ HwTable::commandIs(Index index, Row& at, std::uint32_t* issued, std::span<std::u
    if (!parked_.empty()) [[unlikely]] {
       issueParked();
    }
-   return commands_.back();
+   return entry;
 }
 
 void

@@ -182,7 +182,11 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
       std::uint32_t* words{};
       return rowIfAny(index, words);
    }
-   Unanswered* unanswered(Command command);
+   Unanswered* unanswered(Command command) {
+      bool hasLeftTheLine = command < nextCommand_ - commands_.size();
+      return hasLeftTheLine && stragglers_.empty() ? nullptr : unansweredIfAny(command);
+   }
+   Unanswered* unansweredIfAny(Command command);
    void finished(Command command, Unanswered& entry);
    void trimLine();
    void equalRowIs(Index index, Row& row, SwTable::EntryHandle& owner, Hold hold);
@@ -195,11 +199,22 @@ class ZANDOR_EXPORT HwTable : public Nuv::Object, private Nuv::Reaction {
    void retry(Command refused, Unanswered& entry);
    void issueParked();
    void ownerIs(Index index, Row& at, SwTable::EntryHandle& owner);
-   void formerDel(Index index, SwTable::EntryHandle const& owner);
+   void formerDel(Index index, SwTable::EntryHandle const& owner) {
+      if (!formers_.empty()) [[unlikely]] {
+         formerDelIfAny(index, owner);
+      }
+   }
+   void formerDelIfAny(Index index, SwTable::EntryHandle const& owner);
    void ownerBeforeDel(Row const& at, SwTable::EntryHandle const& owner);
-   bool returnRow(Index index, Row& at);
+   bool returnRow(Index index, Row& at) { return !formers_.empty() && returnRowIfAny(index, at); }
+   bool returnRowIfAny(Index index, Row& at);
    void tellFormers(Index index, Command command, RowAnswer answer, Nuv::AllSteps& steps);
-   void waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner);
+   void waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner) {
+      if (!cleared_.empty() || unanswered(at.issued)) {
+         waitDelIfAny(index, at, owner);
+      }
+   }
+   void waitDelIfAny(Index index, Row const& at, SwTable::EntryHandle const& owner);
    void clearedIs(Unanswered const& entry) {
       if (entry.deleted) {
          cleared_.push_back({entry.index, entry.deleted});

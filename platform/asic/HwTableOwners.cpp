@@ -19,10 +19,7 @@ HwTable::ownerIs(Index index, Row& at, SwTable::EntryHandle& owner) {
 }
 
 void
-HwTable::formerDel(Index index, SwTable::EntryHandle const& owner) {
-   if (formers_.empty()) [[likely]] {
-      return;
-   }
+HwTable::formerDelIfAny(Index index, SwTable::EntryHandle const& owner) {
    auto [former, end] = formers_.equal_range(index);
    while (former != end) {
       former = former->second.owner == &owner ? formers_.erase(former) : std::next(former);
@@ -31,10 +28,7 @@ HwTable::formerDel(Index index, SwTable::EntryHandle const& owner) {
 
 // Whose row it was writes it again, which costs nothing where the words are equal.
 bool
-HwTable::returnRow(Index index, Row& at) {
-   if (formers_.empty()) [[likely]] {
-      return false;
-   }
+HwTable::returnRowIfAny(Index index, Row& at) {
    auto end = formers_.upper_bound(index);
    if (end == formers_.begin() || std::prev(end)->first != index) {
       return false;
@@ -107,7 +101,7 @@ HwTable::ownerBeforeDel(Row const& at, SwTable::EntryHandle const& owner) {
 
 // The owner does not wait for the row to be cleared, or does so no longer.
 void
-HwTable::waitDel(Index index, Row const& at, SwTable::EntryHandle const& owner) {
+HwTable::waitDelIfAny(Index index, Row const& at, SwTable::EntryHandle const& owner) {
    for (std::size_t place = 0; place < cleared_.size(); ++place) {
       ++commandsLookedAt_;
       if (cleared_[place].index == index && cleared_[place].owner == &owner) {

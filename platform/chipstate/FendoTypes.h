@@ -26,7 +26,7 @@ struct ZANDOR_EXPORT EthAddr {
    static EthAddr fromValue(std::uint64_t);
 
    std::uint32_t hash(unsigned seed) const { return Nuv::hashOf(value(), seed); }
-   friend bool operator==(EthAddr const& a, EthAddr const& b) { return a.value() == b.value(); }
+   friend bool operator==(EthAddr const& a, EthAddr const& b) { return a.bytes == b.bytes; }
    friend auto operator<=>(EthAddr const& a, EthAddr const& b) { return a.value() <=> b.value(); }
    friend ZANDOR_EXPORT void appendText(Pelm::String& out, EthAddr const&);
    friend Trace::Raw<Trace::Kind::ethernetAddress> rawForTrace(EthAddr const& address) {

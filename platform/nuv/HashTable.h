@@ -316,7 +316,9 @@ class ZANDOR_EXPORT HashTable {
          std::uint64_t tail = store_.capacity - homes(store_.shift);
          relocate(store_.shift, store_.capacity + tail);
       }
-      openGap(at, end);
+      if (end != at) {
+         openGap(at, end);
+      }
       construct(at, std::move(slot));
       store_.hashes[at] = hash;
       ++store_.size;

@@ -36,7 +36,7 @@ class ZANDOR_EXPORT Ring {
 
    T& operator[](std::size_t position) { return slots_[(first_ + position) & (capacity_ - 1)]; }
    T const& operator[](std::size_t position) const { return slots_[(first_ + position) & (capacity_ - 1)]; }
-   T& front() { return (*this)[0]; }
+   T& front() { return slots_[first_]; }
    T& back() { return (*this)[size_ - 1]; }
 
    /// Adds an element made of `args`, which must not be in the queue, at the end.
