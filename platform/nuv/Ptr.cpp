@@ -65,19 +65,19 @@ Object::zeroReferencesQuietly() noexcept {
 
 void
 Object::referenceAddSafely() const {
-   auto before = std::atomic_ref(word_).fetch_add(oneReference, std::memory_order_relaxed);
-   if (before + oneReference < oneReference) {
+   auto before = std::atomic_ref(word_).fetch_add(1, std::memory_order_relaxed);
+   if ((before & countMask) == countMask) {
       countFailed("references < maximum");
    }
 }
 
 bool
 Object::isLastReferenceDelSafely() const {
-   auto before = std::atomic_ref(word_).fetch_sub(oneReference, std::memory_order_acq_rel);
-   if (before < oneReference) {
+   auto before = std::atomic_ref(word_).fetch_sub(1, std::memory_order_acq_rel) & countMask;
+   if (before == 0) {
       countFailed("references > 0");
    }
-   return before < 2 * oneReference;
+   return before == 1;
 }
 
 void

@@ -28,7 +28,7 @@ class ZANDOR_EXPORT Object : public Pooled {
 
    virtual FwkType fwkType() const { return {&platformModule()}; }
 
-   std::uint32_t references() const { return word_ / oneReference; }
+   std::uint32_t references() const { return word_ & countMask; }
 
    /// Whether changes of this object are announced. Objects are born silent; their factory switches them on.
    bool hasNotificationActive() const { return (word_ & notificationFlag) != 0; }
@@ -55,10 +55,9 @@ class ZANDOR_EXPORT Object : public Pooled {
    friend bool threadSafePtr();
    friend void threadSafePtrIs(bool isThreadSafe);
 
-   // The flags lie below the count: the word overflows where the count does.
-   static constexpr std::uint32_t zeroReferencesFlag = 1u << 0;
-   static constexpr std::uint32_t notificationFlag = 1u << 1;
-   static constexpr std::uint32_t oneReference = 1u << 3;
+   static constexpr std::uint32_t countMask = (1u << 29) - 1;
+   static constexpr std::uint32_t zeroReferencesFlag = 1u << 29;
+   static constexpr std::uint32_t notificationFlag = 1u << 30;
 
    static bool isThreadSafe_;
 
@@ -82,7 +81,7 @@ inline void
 Object::referenceAdd() const {
    if (isThreadSafe_) [[unlikely]] {
       referenceAddSafely();
-   } else if (__builtin_add_overflow(word_, oneReference, &word_)) [[unlikely]] {
+   } else if ((++word_ & countMask) == 0) [[unlikely]] {
       countFailed("references < maximum");
    }
 }
@@ -92,10 +91,12 @@ Object::isLastReferenceDel() const {
    if (isThreadSafe_) [[unlikely]] {
       return isLastReferenceDelSafely();
    }
-   if (__builtin_sub_overflow(word_, oneReference, &word_)) [[unlikely]] {
+   // No count ends at the largest one but that which was 0.
+   std::uint32_t const left = --word_ & countMask;
+   if (left == countMask) [[unlikely]] {
       countFailed("references > 0");
    }
-   return word_ < oneReference;
+   return left == 0;
 }
 
 inline void
