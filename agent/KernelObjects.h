@@ -1,10 +1,10 @@
 #pragma once
 
+#include "agent/PortVlans.h"
 #include "agent/Prefix.h"
 
 #include <compare>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -91,9 +91,6 @@ struct BridgeKey {
 
    auto operator<=>(BridgeKey const&) const = default;
 };
-
-/// BRIDGE_VLAN_INFO_* per VLAN of a bridge's port, or of the bridge itself.
-using PortVlans = std::map<std::uint16_t, std::uint16_t>;
 
 struct NextHop {
    int device{};
