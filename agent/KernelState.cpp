@@ -207,14 +207,14 @@ KernelState::addressDel(int device, InterfaceAddress const& address) {
 
 void
 KernelState::bridgeEntryIs(BridgeKey const& key, int port) {
-   if (valueIs(bridgeEntries_, key, port)) {
+   if (bridgeEntries_.portIs(key, port)) {
       changes_.bridgeEntries.insert(key);
    }
 }
 
 void
 KernelState::bridgeEntryDel(BridgeKey const& key) {
-   if (bridgeEntries_.erase(key) != 0) {
+   if (bridgeEntries_.del(key)) {
       changes_.bridgeEntries.insert(key);
    }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/BridgeEntries.h"
 #include "agent/Changes.h"
 #include "agent/RouteTable.h"
 
@@ -35,7 +36,7 @@ class KernelState {
    std::map<int, Link> const& links() const { return links_; }
    std::map<NeighbourKey, Neighbour> const& neighbours() const { return neighbours_; }
    std::map<VxlanKey, VxlanEntry> const& vxlanEntries() const { return vxlanEntries_; }
-   std::map<BridgeKey, int> const& bridgeEntries() const { return bridgeEntries_; } // to the port
+   BridgeEntries::Map const& bridgeEntries() const { return bridgeEntries_.map(); } // to the port
    std::map<int, PortVlans> const& portVlans() const { return portVlans_; }
    NextHops const& nextHops() const { return nextHops_; }
 
@@ -149,7 +150,9 @@ class KernelState {
    void routesGoDown(int device);
    void routesGoAway(int device);
    void entriesGoAway(int device);
-   void memberDel(std::uint32_t group, std::uint32_t member, std::vector<std::uint32_t>& emptied);
+   void nextHopsDel(std::set<std::uint32_t> gone);
+   bool nextHopDelAlone(std::uint32_t id, std::set<std::uint32_t>& groups);
+   bool membersDel(std::uint32_t group, std::set<std::uint32_t> const& members);
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
    bool allDead(Route const& route) const;
    bool isSameState(Route const& one, Route const& other) const;
@@ -167,7 +170,7 @@ class KernelState {
    std::map<int, Link> links_;
    std::map<NeighbourKey, Neighbour> neighbours_;
    std::map<VxlanKey, VxlanEntry> vxlanEntries_;
-   std::map<BridgeKey, int> bridgeEntries_;
+   BridgeEntries bridgeEntries_;
    std::map<int, PortVlans> portVlans_;
    std::map<int, std::set<InterfaceAddress>> addresses_; // IPv4
    bool addressesDumped_{};

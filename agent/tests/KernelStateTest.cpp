@@ -112,6 +112,21 @@ TEST_F(KernelStateTest, HopsStateIsItsOwnUntilItsLinkIsToldOfLater) {
    EXPECT_EQ(now(), (KernelState::HopState{false, false})) << "told after its link";
 }
 
+TEST_F(KernelStateTest, BridgeEntriesGoWithTheirPortAndWithTheirBridge) {
+   link(5, "br5", LinkKind::bridge);
+   state.bridgeEntryIs({5, 1, mac(hostMac)}, port1);
+   state.bridgeEntryIs({5, 1, mac(otherMac)}, port1);
+   state.bridgeEntryIs({5, 2, mac(hostMac)}, port1);
+   state.bridgeEntryIs({5, 1, mac(hostMac)}, port2);
+   state.bridgeEntryDel({5, 2, mac(hostMac)});
+   state.takeChanges();
+   state.linkDel(port1);
+   EXPECT_EQ(state.takeChanges().bridgeEntries, (std::set<BridgeKey>{{5, 1, mac(otherMac)}}));
+   state.linkDel(5);
+   EXPECT_EQ(state.takeChanges().bridgeEntries, (std::set<BridgeKey>{{5, 1, mac(hostMac)}}));
+   EXPECT_TRUE(state.bridgeEntries().empty());
+}
+
 TEST_F(KernelStateTest, LastAddressOfADeviceTakesItsInlineHops) {
    InterfaceAddress const one{ip("10.0.0.0"), 31, ip("10.0.0.0")};
    InterfaceAddress const more{ip("10.0.2.0"), 31, ip("10.0.2.0")};
