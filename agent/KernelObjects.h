@@ -98,6 +98,7 @@ struct NextHop {
    unsigned weight{1};
    bool dead{};         // as its own message said; KernelState::hopState says how it is now
    bool linkdown{};     // as above
+   bool unaddressed{};  // dead since its device lost its last IPv4 address
    bool encapsulated{}; // its packets get one more header, which only software writes
    MessageNumber told{};
 

@@ -128,6 +128,9 @@ useIs(Index& index, Use const& use, RouteKey const& key, bool present) {
 KernelState::HopState
 KernelState::hopState(NextHop const& hop) const {
    Link const* const over = link(hop.device);
+   if (hop.unaddressed) {
+      return {.dead = true, .linkdown = over && !over->hasCarrier()};
+   }
    if (!over || over->told.value <= hop.told.value) {
       return {.dead = hop.dead, .linkdown = hop.linkdown};
    }
@@ -145,6 +148,7 @@ KernelState::nextHopIs(std::uint32_t id, NextHopObject object) {
    }
    place->second = std::move(object);
    nextHopIndexed(id, place->second, true);
+   markedBy(place->second.hop);
    if (differs) {
       changes_.nextHops.insert(id);
    }
@@ -164,6 +168,14 @@ KernelState::nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool 
    }
    for (auto const& member : object.group) {
       change(groupsOfMember_, member.id);
+   }
+}
+
+/// Its link may say later, in a message like the one before, that it is not so any more.
+void
+KernelState::markedBy(NextHop const& hop) {
+   if (hop.dead || hop.linkdown) {
+      markedDevices_.insert(hop.device);
    }
 }
 
@@ -238,7 +250,7 @@ KernelState::allDead(Route const& route) const {
    return std::all_of(route.hops.begin(), route.hops.end(), [&](NextHop const& hop) {
       Link const* const over = link(hop.device);
       HopState const now = hopState(hop);
-      return over ? !over->isUp() || (now.dead && !now.linkdown) : hop.dead;
+      return over ? !over->isUp() || hop.unaddressed || (now.dead && !now.linkdown) : hop.dead;
    });
 }
 
@@ -315,11 +327,12 @@ KernelState::hopsAre(int device, bool dead) {
       bool differs = false;
       for (Route& route : routes) {
          for (NextHop& hop : route.hops) {
-            if (hop.device == device && !(hopState(hop) == HopState{dead, linkdown})) {
-               hop.dead = dead;
+            auto const before = hopState(hop);
+            if (hop.device == device && !(before == HopState{dead, linkdown} && hop.unaddressed == dead)) {
+               hop.dead = hop.unaddressed = dead;
                hop.linkdown = linkdown;
                hop.told.value = messages_;
-               differs = true;
+               differs |= !(before == hopState(hop));
             }
          }
       }
@@ -446,6 +459,7 @@ void
 KernelState::routeIndexed(RouteKey const& key, Route const& route, bool present) {
    for (NextHop const& hop : route.hops) {
       useIs(routesOfDevice_, hop.device, key, present);
+      markedBy(hop);
    }
    if (route.nextHopId) {
       useIs(routesOfObject_, *route.nextHopId, key, present);

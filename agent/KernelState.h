@@ -66,7 +66,8 @@ class KernelState {
       bool operator==(HopState const&) const = default;
    };
 
-   /// @return how a next hop is: as its own message said, until a later message told of its link.
+   /// @return how a next hop is: as its own message said, until a later message told of its link. One that is
+   /// dead for want of an address is, whatever its link says.
    HopState hopState(NextHop const& hop) const;
 
    /// The link is as told. When it is switched off or has no carrier, what the kernel drops with that goes.
@@ -153,6 +154,7 @@ class KernelState {
    void nextHopsDel(std::set<std::uint32_t> gone);
    bool nextHopDelAlone(std::uint32_t id, std::set<std::uint32_t>& groups);
    bool membersDel(std::uint32_t group, std::set<std::uint32_t> const& members);
+   void markedBy(NextHop const& hop);
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
    bool allDead(Route const& route) const;
    bool isSameState(Route const& one, Route const& other) const;
@@ -186,6 +188,7 @@ class KernelState {
    std::unordered_map<std::uint32_t, RouteUses> routesOfObject_;
    std::unordered_map<IpAddress, RouteUses> routesOfSource_;
 
+   std::set<int> markedDevices_; // over which a hop was told dead or without carrier since its link was told
    Changes changes_;
    std::uint64_t messages_{};
    std::uint64_t doubts_{};
