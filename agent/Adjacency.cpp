@@ -52,9 +52,9 @@ class Adjacency {
 
    std::optional<std::uint16_t> portVlanOf(int device) {
       if (auto const* const vlans = portVlans(device)) {
-         for (auto const& [vlan, flags] : *vlans) {
-            if (flags & BRIDGE_VLAN_INFO_PVID) {
-               return vlan;
+         for (auto const& range : vlans->ranges()) {
+            if (range.flags & BRIDGE_VLAN_INFO_PVID) {
+               return range.first;
             }
          }
       }
@@ -63,11 +63,7 @@ class Adjacency {
 
    bool leavesTagged(int port, std::uint16_t vlan) {
       auto const* const vlans = portVlans(port);
-      if (!vlans) {
-         return true;
-      }
-      auto const found = vlans->find(vlan);
-      return found == vlans->end() || !(found->second & BRIDGE_VLAN_INFO_UNTAGGED);
+      return !vlans || !(vlans->flags(vlan).value_or(0) & BRIDGE_VLAN_INFO_UNTAGGED);
    }
 
    std::optional<int> bridgePort(BridgeKey const& key) {

@@ -27,34 +27,17 @@ class Stopwatch {
 
 Agent::Agent(Fabric::Settings settings) : fabric_(std::move(settings)) {}
 
-void
-Agent::roundIs(Round const& round) {
-   {
-      Stopwatch const watch(work_.reading);
-      for (auto const& frame : round.frames) {
-         applyDatagram(kernel_, frame.payload);
-      }
+std::optional<Round>
+Agent::roundFrom(RoundReader& reader) {
+   auto round = reader.next([this](std::span<std::byte const> payload) { messageIs(payload); });
+   if (round) {
+      derive();
+      Stopwatch const watch(work_.programming);
+      lastHanded_ = {};
+      handOver(pending_.size());
+      fabric_.settle();
    }
-   taken(round);
-}
-
-void
-Agent::roundIs(Round const& round, RoundReader const& reader) {
-   {
-      Stopwatch const watch(work_.reading);
-      reader.apply(kernel_, round);
-   }
-   taken(round);
-}
-
-void
-Agent::taken(Round const& round) {
-   work_.frames += round.frames.size();
-   derive();
-   Stopwatch const watch(work_.programming);
-   lastHanded_ = {};
-   handOver(pending_.size());
-   fabric_.settle();
+   return round;
 }
 
 void
@@ -114,9 +97,8 @@ play(Agent& agent, Recording& recording, std::optional<std::string> const& until
      std::function<void(std::string const&)> const& atSnapshot, std::function<void()> const& afterRound) {
    Playback playback;
    RoundReader reader(recording);
-   while (auto const round = reader.next()) {
+   while (auto const round = agent.roundFrom(reader)) {
       playback.overrun |= round->overrun;
-      agent.roundIs(*round, reader);
       if (afterRound) {
          afterRound();
       }

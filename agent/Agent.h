@@ -20,14 +20,11 @@ class Agent {
  public:
    explicit Agent(Fabric::Settings settings = {});
 
-   /// Takes in what the kernel told in one round, programs what it changes, and waits for the chip.
-   /// @throws MessageError when a message cannot be read; what came before it in the round is taken in and
+   /// Takes in what the kernel told in the next round, programs what it changes, and waits for the chip.
+   /// @return the round; nothing at the end of the recording.
+   /// @throws RecordingError as `RoundReader::next` does; what came before it in the round is taken in and
    /// programmed with the next round.
-   void roundIs(Round const& round);
-
-   /// The same of a round that `reader` gave.
-   /// @throws RecordingError naming the recording's frame instead.
-   void roundIs(Round const& round, RoundReader const& reader);
+   std::optional<Round> roundFrom(RoundReader& reader);
 
    /// Takes in one message, or a datagram of several, of which nothing is derived before step().
    /// @throws MessageError as applyDatagram() does.
@@ -67,7 +64,6 @@ class Agent {
    Work const& work() const { return work_; }
 
  private:
-   void taken(Round const& round);
    void derive();
    void handOver(std::size_t most);
 

@@ -8,31 +8,37 @@
 namespace L3TunnelAgent {
 
 std::vector<IpAddress>
-namedDestinations(KernelState const& state, VxlanKey const& key, VxlanEntry const& entry,
-                  std::vector<std::uint32_t>* objects) {
+namedDestinations(KernelState const& state, VxlanKey const& key, VxlanEntry const& entry) {
    std::vector<IpAddress> result;
    Link const* const link = state.link(key.device);
    if (!link || link->kind != LinkKind::vxlan) {
       return result;
    }
+   if (entry.nextHopId) {
+      result = namedDestinations(state, *entry.nextHopId);
+   }
    if (entry.destination) {
       result.push_back(*entry.destination);
    }
-   auto const addObject = [&](std::uint32_t id) {
-      auto const* const object = state.nextHop(id);
+   return result;
+}
+
+std::vector<IpAddress>
+namedDestinations(KernelState const& state, std::uint32_t id, std::vector<std::uint32_t>* objects) {
+   std::vector<IpAddress> result;
+   auto const addObject = [&](std::uint32_t one) {
+      auto const* const object = state.nextHop(one);
       if (objects) {
-         objects->push_back(id);
+         objects->push_back(one);
       }
       if (object && object->hop.gateway) {
          result.push_back(*object->hop.gateway);
       }
       return object;
    };
-   if (entry.nextHopId) {
-      if (auto const* const object = addObject(*entry.nextHopId)) {
-         for (auto const& member : object->group) {
-            addObject(member.id);
-         }
+   if (auto const* const object = addObject(id)) {
+      for (auto const& member : object->group) {
+         addObject(member.id);
       }
    }
    return result;

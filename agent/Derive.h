@@ -58,10 +58,12 @@ Destination derive(KernelState const& state, IpAddress const& address, SearchObs
 
 /// @return the destinations that one forwarding entry names, in no particular order: none unless its device
 /// is a vxlan device.
-/// @param objects receives the next-hop objects that it asked for, those that are missing included; may be
-/// null.
 std::vector<IpAddress> namedDestinations(KernelState const& state, VxlanKey const& key,
-                                         VxlanEntry const& entry,
+                                         VxlanEntry const& entry);
+
+/// @return the destinations that a next-hop object names, in no particular order.
+/// @param objects receives the objects that it asked for, those that are missing included; may be null.
+std::vector<IpAddress> namedDestinations(KernelState const& state, std::uint32_t id,
                                          std::vector<std::uint32_t>* objects = nullptr);
 
 } // namespace L3TunnelAgent

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "agent/PortVlans.h"
 #include "agent/Prefix.h"
 
 #include <compare>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -92,15 +92,13 @@ struct BridgeKey {
    auto operator<=>(BridgeKey const&) const = default;
 };
 
-/// BRIDGE_VLAN_INFO_* per VLAN of a bridge's port, or of the bridge itself.
-using PortVlans = std::map<std::uint16_t, std::uint16_t>;
-
 struct NextHop {
    int device{};
    std::optional<IpAddress> gateway{};
    unsigned weight{1};
    bool dead{};         // as its own message said; KernelState::hopState says how it is now
    bool linkdown{};     // as above
+   bool unaddressed{};  // dead since its device lost its last IPv4 address
    bool encapsulated{}; // its packets get one more header, which only software writes
    MessageNumber told{};
 

@@ -138,6 +138,9 @@ useIs(Index& index, Use const& use, RouteKey const& key, bool present) {
 KernelState::HopState
 KernelState::hopState(NextHop const& hop) const {
    Link const* const over = link(hop.device);
+   if (hop.unaddressed) {
+      return {.dead = true, .linkdown = over && !over->hasCarrier()};
+   }
    if (!over || over->told.value <= hop.told.value) {
       return {.dead = hop.dead, .linkdown = hop.linkdown};
    }
@@ -155,6 +158,7 @@ KernelState::nextHopIs(std::uint32_t id, NextHopObject object) {
    }
    place->second = std::move(object);
    nextHopIndexed(id, place->second, true);
+   markedBy(place->second.hop);
    if (differs) {
       changes_.nextHops.insert(id);
    }
@@ -177,56 +181,77 @@ KernelState::nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool 
    }
 }
 
+/// Its link may say later, in a message like the one before, that it is not so any more.
 void
-KernelState::nextHopDel(std::uint32_t id) {
-   std::vector<std::uint32_t> gone{id};
-   while (!gone.empty()) {
-      std::uint32_t const next = gone.back();
-      gone.pop_back();
-      auto const found = nextHops_.find(next);
-      if (found == nextHops_.end()) {
-         continue;
-      }
-      nextHopIndexed(next, found->second, false);
-      nextHops_.erase(found);
-      changes_.nextHops.insert(next);
-      for (std::uint32_t const group : indexed(groupsOfMember_, next)) {
-         memberDel(group, next, gone);
-      }
-      for (RouteKey const& key : usersOf(routesOfObject_, next)) {
-         ++doubts_;
-         dropRoutes(key, [&](Route const& route) { return route.nextHopId == next; });
-      }
-      for (VxlanKey const& key : indexed(entriesOfObject_, next)) {
-         vxlanEntryDel(key);
-      }
+KernelState::markedBy(NextHop const& hop) {
+   if (hop.dead || hop.linkdown) {
+      markedDevices_.insert(hop.device);
    }
 }
 
 void
-KernelState::memberDel(std::uint32_t group, std::uint32_t member, std::vector<std::uint32_t>& emptied) {
+KernelState::nextHopDel(std::uint32_t id) {
+   nextHopsDel({id});
+}
+
+/// Takes the objects, what uses them, and groups that they leave empty. A group is gone through once for all
+/// that leave it together.
+void
+KernelState::nextHopsDel(std::set<std::uint32_t> gone) {
+   while (!gone.empty()) {
+      std::set<std::uint32_t> groups;
+      std::erase_if(gone, [&](std::uint32_t id) { return !nextHopDelAlone(id, groups); });
+      std::erase_if(groups, [&](std::uint32_t group) { return !membersDel(group, gone); });
+      gone = std::move(groups);
+   }
+}
+
+/// @param groups receives those that it was a member of.
+/// @return whether it was there.
+bool
+KernelState::nextHopDelAlone(std::uint32_t id, std::set<std::uint32_t>& groups) {
+   auto const found = nextHops_.find(id);
+   if (found == nextHops_.end()) {
+      return false;
+   }
+   nextHopIndexed(id, found->second, false);
+   nextHops_.erase(found);
+   changes_.nextHops.insert(id);
+   groups.merge(indexed(groupsOfMember_, id));
+   for (RouteKey const& key : usersOf(routesOfObject_, id)) {
+      ++doubts_;
+      dropRoutes(key, [&](Route const& route) { return route.nextHopId == id; });
+   }
+   for (VxlanKey const& key : indexed(entriesOfObject_, id)) {
+      vxlanEntryDel(key);
+   }
+   return true;
+}
+
+/// @return whether the group is there and has no members any more.
+bool
+KernelState::membersDel(std::uint32_t group, std::set<std::uint32_t> const& members) {
    auto const found = nextHops_.find(group);
    if (found == nextHops_.end()) {
-      return;
+      return false;
    }
-   auto& members = found->second.group;
-   std::erase_if(members, [&](auto const& m) { return m.id == member; });
-   indexDel(groupsOfMember_, member, group);
+   std::erase_if(found->second.group, [&](auto const& member) {
+      bool const leaves = members.contains(member.id);
+      if (leaves) {
+         indexDel(groupsOfMember_, member.id, group);
+      }
+      return leaves;
+   });
    changes_.nextHops.insert(group);
-   if (members.empty()) {
-      emptied.push_back(group);
-   }
+   return found->second.group.empty();
 }
 
 /// What the kernel does when a device loses its carrier, is switched off or removed.
 void
 KernelState::hopsGoWithDevice(int device) {
-   for (std::uint32_t const id : indexed(objectsOfDevice_, device)) {
-      auto const* const object = nextHop(id); // may have gone with one before it
-      if (object && !object->blackhole) {
-         nextHopDel(id);
-      }
-   }
+   auto gone = indexed(objectsOfDevice_, device);
+   std::erase_if(gone, [&](std::uint32_t id) { return nextHops_.at(id).blackhole; });
+   nextHopsDel(std::move(gone));
 }
 
 /// Whether every next hop is dead, which its own mark means only where there is carrier.
@@ -235,7 +260,7 @@ KernelState::allDead(Route const& route) const {
    return std::all_of(route.hops.begin(), route.hops.end(), [&](NextHop const& hop) {
       Link const* const over = link(hop.device);
       HopState const now = hopState(hop);
-      return over ? !over->isUp() || (now.dead && !now.linkdown) : hop.dead;
+      return over ? !over->isUp() || hop.unaddressed || (now.dead && !now.linkdown) : hop.dead;
    });
 }
 
@@ -312,11 +337,12 @@ KernelState::hopsAre(int device, bool dead) {
       bool differs = false;
       for (Route& route : routes) {
          for (NextHop& hop : route.hops) {
-            if (hop.device == device && !(hopState(hop) == HopState{dead, linkdown})) {
-               hop.dead = dead;
+            auto const before = hopState(hop);
+            if (hop.device == device && !(before == HopState{dead, linkdown} && hop.unaddressed == dead)) {
+               hop.dead = hop.unaddressed = dead;
                hop.linkdown = linkdown;
                hop.told.value = messages_;
-               differs = true;
+               differs |= !(before == hopState(hop));
             }
          }
       }
@@ -346,11 +372,8 @@ KernelState::entriesGoAway(int device) {
       }
       vxlanEntryDel(VxlanKey(first->first));
    }
-   for (auto it = bridgeEntries_.begin(); it != bridgeEntries_.end();) {
-      auto const entry = it++;
-      if (entry->first.bridge == device || entry->second == device) {
-         bridgeEntryDel(BridgeKey(entry->first));
-      }
+   for (BridgeKey const& key : bridgeEntries_.keysOf(device)) {
+      bridgeEntryDel(key);
    }
    portVlansDel(device);
 }
@@ -449,6 +472,7 @@ void
 KernelState::routeIndexed(RouteKey const& key, Route const& route, bool present) {
    for (NextHop const& hop : route.hops) {
       useIs(routesOfDevice_, hop.device, key, present);
+      markedBy(hop);
    }
    if (route.nextHopId) {
       useIs(routesOfObject_, *route.nextHopId, key, present);

@@ -106,9 +106,18 @@ KernelState::linkIs(int index, Link link) {
    bool const hasCarrier = link.hasCarrier();
    Link const* const before = this->link(index);
    bool const isLost = before && ((before->isUp() && !isUp) || (before->hasCarrier() && !hasCarrier));
+   bool const isBack = before && !before->isUp() && isUp;
+   auto const told = link.told;
    if (!valueIs(links_, index, std::move(link))) {
+      // It speaks of its hops once more, but for those that may be dead for want of an address.
+      bool const hasAddress = !addressesDumped_ || addresses_.count(index) != 0;
+      if (hasAddress && markedDevices_.erase(index) != 0) {
+         links_.at(index).told = told;
+         changes_.links.insert(index);
+      }
       return;
    }
+   markedDevices_.erase(index);
    changes_.links.insert(index);
    doubts_ += isLost ? 1 : 0;
    if (!isUp || !hasCarrier) {
@@ -116,6 +125,9 @@ KernelState::linkIs(int index, Link link) {
    }
    if (!isUp) {
       routesGoDown(index);
+   }
+   if (isBack) { // which makes up for a missing address too
+      hopsAre(index, false);
    }
 }
 
@@ -207,14 +219,14 @@ KernelState::addressDel(int device, InterfaceAddress const& address) {
 
 void
 KernelState::bridgeEntryIs(BridgeKey const& key, int port) {
-   if (valueIs(bridgeEntries_, key, port)) {
+   if (bridgeEntries_.portIs(key, port)) {
       changes_.bridgeEntries.insert(key);
    }
 }
 
 void
 KernelState::bridgeEntryDel(BridgeKey const& key) {
-   if (bridgeEntries_.erase(key) != 0) {
+   if (bridgeEntries_.del(key)) {
       changes_.bridgeEntries.insert(key);
    }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/BridgeEntries.h"
 #include "agent/Changes.h"
 #include "agent/RouteTable.h"
 
@@ -35,7 +36,7 @@ class KernelState {
    std::map<int, Link> const& links() const { return links_; }
    std::map<NeighbourKey, Neighbour> const& neighbours() const { return neighbours_; }
    std::map<VxlanKey, VxlanEntry> const& vxlanEntries() const { return vxlanEntries_; }
-   std::map<BridgeKey, int> const& bridgeEntries() const { return bridgeEntries_; } // to the port
+   BridgeEntries::Map const& bridgeEntries() const { return bridgeEntries_.map(); } // to the port
    std::map<int, PortVlans> const& portVlans() const { return portVlans_; }
    NextHops const& nextHops() const { return nextHops_; }
 
@@ -65,7 +66,8 @@ class KernelState {
       bool operator==(HopState const&) const = default;
    };
 
-   /// @return how a next hop is: as its own message said, until a later message told of its link.
+   /// @return how a next hop is: as its own message said, until a later message told of its link. One that is
+   /// dead for want of an address is, whatever its link says.
    HopState hopState(NextHop const& hop) const;
 
    /// The link is as told. When it is switched off or has no carrier, what the kernel drops with that goes.
@@ -149,7 +151,10 @@ class KernelState {
    void routesGoDown(int device);
    void routesGoAway(int device);
    void entriesGoAway(int device);
-   void memberDel(std::uint32_t group, std::uint32_t member, std::vector<std::uint32_t>& emptied);
+   void nextHopsDel(std::set<std::uint32_t> gone);
+   bool nextHopDelAlone(std::uint32_t id, std::set<std::uint32_t>& groups);
+   bool membersDel(std::uint32_t group, std::set<std::uint32_t> const& members);
+   void markedBy(NextHop const& hop);
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
    bool allDead(Route const& route) const;
    bool isSameState(Route const& one, Route const& other) const;
@@ -167,7 +172,7 @@ class KernelState {
    std::map<int, Link> links_;
    std::map<NeighbourKey, Neighbour> neighbours_;
    std::map<VxlanKey, VxlanEntry> vxlanEntries_;
-   std::map<BridgeKey, int> bridgeEntries_;
+   BridgeEntries bridgeEntries_;
    std::map<int, PortVlans> portVlans_;
    std::map<int, std::set<InterfaceAddress>> addresses_; // IPv4
    bool addressesDumped_{};
@@ -183,6 +188,7 @@ class KernelState {
    std::unordered_map<std::uint32_t, RouteUses> routesOfObject_;
    std::unordered_map<IpAddress, RouteUses> routesOfSource_;
 
+   std::set<int> markedDevices_; // over which a hop was told dead or without carrier since its link was told
    Changes changes_;
    std::uint64_t messages_{};
    std::uint64_t doubts_{};

@@ -8,7 +8,6 @@
 #include <linux/ip.h>
 #include <linux/ipv6.h>
 #include <linux/rtnetlink.h>
-#include <numeric>
 #include <sys/socket.h>
 
 namespace L3TunnelAgent {
@@ -100,35 +99,6 @@ readLink(ifinfomsg const& fixed, Attributes const& attributes) {
    return link;
 }
 
-struct VlanRange {
-   std::uint16_t first;
-   std::uint16_t last;
-   std::uint16_t flags;
-};
-
-/// @return the settings of each VLAN; of ranges that overlap the last one counts.
-PortVlans
-spreadOut(std::vector<VlanRange> const& ranges) {
-   PortVlans vlans;
-   // To the first VLAN from each on that has no settings yet, by way of others: no VLAN is set twice.
-   std::array<std::uint16_t, maximumVlan + 2> next{};
-   std::iota(next.begin(), next.end(), std::uint16_t{0});
-   auto const free = [&](unsigned vlan) {
-      while (next[vlan] != vlan) {
-         next[vlan] = next[next[vlan]];
-         vlan = next[vlan];
-      }
-      return vlan;
-   };
-   for (auto range = ranges.rbegin(); range != ranges.rend(); ++range) {
-      for (unsigned vlan = free(range->first); vlan <= range->last; vlan = free(vlan)) {
-         vlans[static_cast<std::uint16_t>(vlan)] = range->flags;
-         next[vlan] = static_cast<std::uint16_t>(vlan + 1);
-      }
-   }
-   return vlans;
-}
-
 /// One entry per VLAN, or a pair of entries for the first and the last one of a range.
 PortVlans
 readVlans(Attributes const& bridge) {
@@ -155,7 +125,7 @@ readVlans(Attributes const& bridge) {
       ranges.push_back(
             {first, info.vid, static_cast<std::uint16_t>(info.flags & ~BRIDGE_VLAN_INFO_RANGE_END)});
    });
-   return spreadOut(ranges);
+   return PortVlans(ranges);
 }
 
 /// Whether a port's own driver speaks, of which the bridge's settings are no part.

@@ -21,14 +21,14 @@ text(Frame const& frame) {
 } // namespace
 
 std::optional<Round>
-RoundReader::next() {
+RoundReader::next(Take const& take) {
    while (true) {
       auto frame = ahead_ ? std::exchange(ahead_, std::nullopt) : recording_.next();
       if (!frame) {
          break;
       }
       bool const isMessage = frame->kind == FrameKind::datagram || frame->kind == FrameKind::dumpReply;
-      if (!pending_.frames.empty() && !(isMessage && belongs(*frame))) {
+      if (pending_.frames != 0 && !(isMessage && belongs(*frame))) {
          ahead_ = std::move(frame);
          break;
       }
@@ -38,21 +38,35 @@ RoundReader::next() {
          }
          continue;
       }
-      if (pending_.frames.empty()) {
-         pending_.nanoseconds = frame->nanoseconds;
-      }
-      pending_.overrun |= frame->kind == FrameKind::dumpReply && isInterrupted(frame->payload);
-      pending_.frames.push_back(*std::move(frame));
+      this->take(*frame, take);
    }
-   return pending_.frames.empty() ? std::nullopt : std::optional(std::exchange(pending_, {}));
+   return pending_.frames == 0 ? std::nullopt : std::optional(std::exchange(pending_, {}));
+}
+
+std::optional<Round>
+RoundReader::next(KernelState& state) {
+   return next([&](std::span<std::byte const> payload) { applyDatagram(state, payload); });
+}
+
+void
+RoundReader::take(Frame const& frame, Take const& take) {
+   if (pending_.frames++ == 0) {
+      pending_.kind = frame.kind;
+      pending_.nanoseconds = frame.nanoseconds;
+   }
+   pending_.overrun |= frame.kind == FrameKind::dumpReply && isInterrupted(frame.payload);
+   try {
+      take(frame.payload);
+   } catch (MessageError const& error) {
+      throw recording_.error(frame.number, error.what());
+   }
 }
 
 bool
 RoundReader::belongs(Frame const& frame) const {
-   auto const& first = pending_.frames.front();
-   return frame.kind == first.kind &&
+   return frame.kind == pending_.kind &&
           (frame.kind == FrameKind::dumpReply ||
-           frame.nanoseconds / nanosecondsPerMillisecond == first.nanoseconds / nanosecondsPerMillisecond);
+           frame.nanoseconds / nanosecondsPerMillisecond == pending_.nanoseconds / nanosecondsPerMillisecond);
 }
 
 /// @return the round that a marker or a note is by itself, if it is of interest.
@@ -86,17 +100,6 @@ RoundReader::snapshotName(Frame const& marker) const {
       throw recording_.error(marker.number, "the snapshot marker has no name");
    }
    return name;
-}
-
-void
-RoundReader::apply(KernelState& state, Round const& round) const {
-   for (Frame const& frame : round.frames) {
-      try {
-         applyDatagram(state, frame.payload);
-      } catch (MessageError const& error) {
-         throw recording_.error(frame.number, error.what());
-      }
-   }
 }
 
 } // namespace L3TunnelAgent

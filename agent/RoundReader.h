@@ -3,16 +3,19 @@
 #include "agent/KernelState.h"
 #include "agent/Recording.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace L3TunnelAgent {
 
-/// What is taken together: applied to the state as a whole before anything is derived from it.
+/// What is taken together: all of it is in the state before anything is derived from it.
 struct Round {
-   std::vector<Frame> frames{};           // datagrams or dump replies
+   std::size_t frames{};                  // datagrams or dump replies, that many
+   FrameKind kind{};                      // of all of these
    std::optional<std::string> snapshot{}; // the name of a snapshot taken here; such a round has no frames
    bool overrun{}; // announcements were lost here, and there are no frames; or replies may not fit together
    std::uint64_t nanoseconds{}; // of the first frame, or of what is reported
@@ -27,18 +30,21 @@ class RoundReader {
    /// @param recording must outlive this, and is read by nobody else.
    explicit RoundReader(Recording& recording) : recording_(recording) {}
 
-   /// @return the next round; nothing at the end of the recording.
-   /// @throws RecordingError as Recording::next() does, or when a marker is none. The rounds before it were
-   /// given out already.
-   std::optional<Round> next();
+   using Take = std::function<void(std::span<std::byte const> payload)>;
 
-   /// Applies a round's frames to a state.
-   /// @throws RecordingError naming the file and the frame, when a message cannot be read. The messages
-   /// before it are applied then.
-   void apply(KernelState& state, Round const& round) const;
+   /// Reads the next round.
+   /// @param take called with each of its frames as it is read, so that none is kept: may throw MessageError.
+   /// @return nothing at the end of the recording.
+   /// @throws RecordingError as Recording::next() does, naming the file and the frame when one cannot be
+   /// taken, or when a marker is none. What came before it was given out already.
+   std::optional<Round> next(Take const& take);
+
+   /// The same: applies the frames to a state.
+   std::optional<Round> next(KernelState& state);
 
  private:
    bool belongs(Frame const& frame) const;
+   void take(Frame const& frame, Take const& take);
    std::optional<Round> reported(Frame const& frame) const;
    std::optional<std::string> snapshotName(Frame const& marker) const;
 

@@ -28,10 +28,14 @@ TunnelEndpoints::update(Changes const& changes) {
          addEntriesOf(device, keys);
       }
    }
+   std::set<std::uint32_t> objects;
    for (std::uint32_t const id : changes.nextHops) {
-      keys.merge(indexed(byObject_, id));
+      objects.merge(indexed(byMember_, id));
    }
    std::set<IpAddress> touched;
+   for (std::uint32_t const id : objects) {
+      renewObject(id, touched);
+   }
    for (VxlanKey const& key : keys) {
       renew(key, touched);
    }
@@ -50,38 +54,89 @@ TunnelEndpoints::addEntriesOf(int device, std::set<VxlanKey>& keys) const {
    addFrom(state_.vxlanEntries());
 }
 
+TunnelEndpoints::Named
+TunnelEndpoints::named(VxlanKey const& key) const {
+   auto const entry = state_.vxlanEntries().find(key);
+   if (entry == state_.vxlanEntries().end() || !vxlanDevices_.count(key.device)) {
+      return {};
+   }
+   return {.address = entry->second.destination, .object = entry->second.nextHopId};
+}
+
+// Counted before what was is discounted, here as for objects, so that what stays never goes.
 void
 TunnelEndpoints::renew(VxlanKey const& key, std::set<IpAddress>& touched) {
-   Named now;
-   auto const entry = state_.vxlanEntries().find(key);
-   if (entry != state_.vxlanEntries().end()) {
-      now.addresses = namedDestinations(state_, key, entry->second, &now.objects);
+   auto const now = named(key);
+   if (now.address) {
+      count(*now.address, touched);
    }
-   // Counted before what was is discounted, so that what stays never goes.
-   for (auto const& address : now.addresses) {
-      ++counts_[address];
-      touched.insert(address);
+   if (now.object) {
+      objectIsNamed(*now.object, touched);
    }
-   auto const before = named_.find(key);
-   if (before != named_.end()) {
-      for (auto const& address : before->second.addresses) {
-         touched.insert(address);
-         auto const count = counts_.find(address);
-         if (--count->second == 0) {
-            counts_.erase(count);
-         }
-      }
-      for (std::uint32_t const id : before->second.objects) {
-         indexDel(byObject_, id, key);
-      }
+   auto const found = named_.find(key);
+   auto const before = found == named_.end() ? Named() : found->second;
+   if (before.address) {
+      discount(*before.address, touched);
    }
-   for (std::uint32_t const id : now.objects) {
-      byObject_[id].insert(key);
+   if (before.object) {
+      objectIsNotNamed(*before.object, touched);
    }
-   if (now.addresses.empty() && now.objects.empty()) {
+   if (now == Named()) {
       named_.erase(key);
    } else {
-      named_[key] = std::move(now);
+      named_[key] = now;
+   }
+}
+
+void
+TunnelEndpoints::objectIsNamed(std::uint32_t id, std::set<IpAddress>& touched) {
+   if (objects_[id].entries++ == 0) {
+      renewObject(id, touched);
+   }
+}
+
+void
+TunnelEndpoints::objectIsNotNamed(std::uint32_t id, std::set<IpAddress>& touched) {
+   if (--objects_.at(id).entries == 0) {
+      renewObject(id, touched);
+      objects_.erase(id);
+   }
+}
+
+void
+TunnelEndpoints::renewObject(std::uint32_t id, std::set<IpAddress>& touched) {
+   auto& object = objects_.at(id);
+   NamedByObject now{.entries = object.entries};
+   if (now.entries != 0) {
+      now.addresses = namedDestinations(state_, id, &now.objects);
+   }
+   for (auto const& address : now.addresses) {
+      count(address, touched);
+   }
+   for (auto const& address : object.addresses) {
+      discount(address, touched);
+   }
+   for (std::uint32_t const member : object.objects) {
+      indexDel(byMember_, member, id);
+   }
+   for (std::uint32_t const member : now.objects) {
+      byMember_[member].insert(id);
+   }
+   object = std::move(now);
+}
+
+void
+TunnelEndpoints::count(IpAddress const& address, std::set<IpAddress>& touched) {
+   ++counts_[address];
+   touched.insert(address);
+}
+
+void
+TunnelEndpoints::discount(IpAddress const& address, std::set<IpAddress>& touched) {
+   touched.insert(address);
+   auto const found = counts_.find(address);
+   if (--found->second == 0) {
+      counts_.erase(found);
    }
 }
 

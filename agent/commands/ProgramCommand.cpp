@@ -19,11 +19,13 @@ Json
 programJson(std::string const& recording, Agent const& agent) {
    Users const users(agent.fabric());
    View const view{agent, users};
-   return {{"recording", recording},
-           {"chip", "model"},
-           {"summary", json(summaryOf(agent))},
-           {"destinations", destinationsSection().json(view)},
-           {"interfaces", interfacesSection().json(view)}};
+   auto document = objectOf(5);
+   document["recording"] = recording;
+   document["chip"] = "model";
+   document["summary"] = json(summaryOf(agent));
+   document["destinations"] = destinationsSection().json(view);
+   document["interfaces"] = interfacesSection().json(view);
+   return document;
 }
 
 Answer

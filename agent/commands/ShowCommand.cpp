@@ -74,7 +74,9 @@ showText(Sections const& sections, View const& view, bool hasRows, Paint const& 
 Json
 showJson(Sections const& sections, View const& view, Options const& options) {
    auto const& recording = options.source.recording;
-   Json document{{"recording", recording ? Json(*recording) : Json()}, {"chip", "model"}};
+   auto document = objectOf(sections.size() + 3);
+   document["recording"] = recording ? Json(*recording) : Json();
+   document["chip"] = "model";
    std::vector<ModelChip::Table const*> tables;
    for (auto const* section : sections) {
       document[std::string(section->jsonName)] = section->json(view);

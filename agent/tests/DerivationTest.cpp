@@ -68,6 +68,27 @@ TEST_F(DerivationTest, NeighbourThatOneDestinationUsesCostsOne) {
    EXPECT_EQ(derivedNow, 1U);
 }
 
+TEST_F(DerivationTest, EntriesOfOneObjectNameItsDestinationsUntilTheLastHasGone) {
+   auto const entry = [](int number) {
+      return VxlanKey{.device = vxlan, .mac = mac("02:00:00:00:01:0" + std::to_string(number))};
+   };
+   state.nextHopIs(201, {.hop = hop(0, "10.255.3.1"), .fdb = true});
+   state.nextHopIs(202, {.hop = hop(0, "10.255.3.2"), .fdb = true});
+   state.nextHopIs(200, {.group = {{.id = 201}, {.id = 202}}, .fdb = true});
+   state.vxlanEntryIs(entry(1), {.nextHopId = 200});
+   state.vxlanEntryIs(entry(2), {.nextHopId = 200});
+   state.vxlanEntryIs(entry(3), {.nextHopId = 202});
+   EXPECT_THAT(update(), ElementsAre(ip("10.255.3.1"), ip("10.255.3.2")));
+   state.nextHopDel(201);
+   EXPECT_THAT(update(), ElementsAre(ip("10.255.3.1")));
+   state.vxlanEntryDel(entry(1));
+   state.vxlanEntryDel(entry(3));
+   EXPECT_THAT(update(), IsEmpty());
+   EXPECT_EQ(derivedNow, 1U) << "which one of its entries named";
+   state.vxlanEntryDel(entry(2));
+   EXPECT_THAT(update(), ElementsAre(ip("10.255.3.2")));
+}
+
 TEST_F(DerivationTest, NeighbourWhoseStateStaysUsableCostsNothing) {
    neighbour(2, "10.1.0.2", "02:00:00:00:00:01", NUD_STALE);
    EXPECT_THAT(update(), IsEmpty());

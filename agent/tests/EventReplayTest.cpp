@@ -43,8 +43,9 @@ addLinks(KernelState const& state, Lines& lines) {
    }
    for (auto const& [device, vlans] : state.portVlans()) {
       std::string line = "VLANs of " + state.linkName(device);
-      for (auto const& [vlan, flags] : vlans) {
-         line += " " + std::to_string(vlan) + "/" + std::to_string(flags);
+      for (auto const& range : vlans.ranges()) {
+         line += " " + std::to_string(range.first) + "-" + std::to_string(range.last) + "/" +
+                 std::to_string(range.flags);
       }
       lines.insert(line);
    }

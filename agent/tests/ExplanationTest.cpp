@@ -106,9 +106,9 @@ TEST_F(ExplanationTest, NamesOfDevicesCannotCommandATerminal) {
    ifinfomsg link{};
    link.ifi_index = 11;
    auto const named = MessageBuilder(RTM_NEWLINK, link).text(IFLA_IFNAME, "\x1b[31m\nswp").datagram();
-   Round round;
-   round.frames.push_back({.kind = FrameKind::datagram, .payload = named});
-   agent.roundIs(round);
+   agent.messageIs(named);
+   while (agent.step()) {
+   }
    auto const before = pictureOf(agent);
    agent.rows().isKept(true);
    destinationIs(1, {unicastVia(1, 11)});

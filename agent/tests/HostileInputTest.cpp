@@ -26,8 +26,7 @@ readsTo(std::filesystem::path const& file, KernelState& state) {
    try {
       Recording recording(file);
       RoundReader reader(recording);
-      while (auto const round = reader.next()) {
-         reader.apply(state, *round);
+      while (reader.next(state)) {
          derivation.update(state.takeChanges());
       }
    } catch (RecordingError const& error) {

@@ -112,6 +112,63 @@ TEST_F(KernelStateTest, HopsStateIsItsOwnUntilItsLinkIsToldOfLater) {
    EXPECT_EQ(now(), (KernelState::HopState{false, false})) << "told after its link";
 }
 
+TEST_F(KernelStateTest, LinkToldAgainAsItWasSpeaksForHopsMarkedSince) {
+   auto marked = hop(port1, "10.0.0.1");
+   marked.linkdown = true;
+   auto const tellAgain = [&] {
+      state.takeChanges();
+      linkFlags(port1, running);
+      return state.takeChanges();
+   };
+   route("10.255.0.0/16", {marked});
+   EXPECT_EQ(tellAgain(), Changes{.links = {port1}});
+   EXPECT_EQ(state.hopState(state.routes({main, prefix("10.255.0.0/16")})->at(0).hops.at(0)),
+             (KernelState::HopState{false, false}));
+   EXPECT_EQ(tellAgain(), Changes{});
+   state.nextHopIs(1, {.hop = marked});
+   EXPECT_EQ(tellAgain(), Changes{.links = {port1}});
+   EXPECT_EQ(state.hopState(state.nextHop(1)->hop), (KernelState::HopState{false, false}));
+   EXPECT_EQ(tellAgain(), Changes{});
+   state.addressIs(port2, {ip("10.0.1.0"), 31, ip("10.0.1.0")}, true);
+   route("10.255.0.0/16", {marked});
+   EXPECT_EQ(tellAgain(), Changes{}) << "it may be so for want of an address";
+}
+
+TEST_F(KernelStateTest, HopWithoutAnAddressIsDeadWhateverItsLinkSaysUntilThatComesUp) {
+   InterfaceAddress const own{ip("10.0.0.0"), 31, ip("10.0.0.0")};
+   state.addressIs(port1, own, true);
+   route("10.2.0.0/16", {hop(port1, "10.0.0.1"), hop(port2, "10.0.1.1")});
+   state.addressDel(port1, own);
+   linkFlags(port1, running | IFF_PROMISC);
+   EXPECT_EQ(gateways("10.2.0.1"), "10.0.1.1 ");
+   linkFlags(port1, IFF_UP);
+   linkFlags(port1, running);
+   EXPECT_EQ(gateways("10.2.0.1"), "10.0.1.1 ");
+   linkFlags(port1, 0);
+   linkFlags(port1, running);
+   EXPECT_EQ(gateways("10.2.0.1"), "10.0.0.1 10.0.1.1 ");
+   state.addressIs(port1, own);
+   state.addressDel(port1, own);
+   EXPECT_EQ(gateways("10.2.0.1"), "10.0.1.1 ");
+   state.addressIs(port1, own);
+   EXPECT_EQ(gateways("10.2.0.1"), "10.0.0.1 10.0.1.1 ");
+}
+
+TEST_F(KernelStateTest, BridgeEntriesGoWithTheirPortAndWithTheirBridge) {
+   link(5, "br5", LinkKind::bridge);
+   state.bridgeEntryIs({5, 1, mac(hostMac)}, port1);
+   state.bridgeEntryIs({5, 1, mac(otherMac)}, port1);
+   state.bridgeEntryIs({5, 2, mac(hostMac)}, port1);
+   state.bridgeEntryIs({5, 1, mac(hostMac)}, port2);
+   state.bridgeEntryDel({5, 2, mac(hostMac)});
+   state.takeChanges();
+   state.linkDel(port1);
+   EXPECT_EQ(state.takeChanges().bridgeEntries, (std::set<BridgeKey>{{5, 1, mac(otherMac)}}));
+   state.linkDel(5);
+   EXPECT_EQ(state.takeChanges().bridgeEntries, (std::set<BridgeKey>{{5, 1, mac(hostMac)}}));
+   EXPECT_TRUE(state.bridgeEntries().empty());
+}
+
 TEST_F(KernelStateTest, LastAddressOfADeviceTakesItsInlineHops) {
    InterfaceAddress const one{ip("10.0.0.0"), 31, ip("10.0.0.0")};
    InterfaceAddress const more{ip("10.0.2.0"), 31, ip("10.0.2.0")};

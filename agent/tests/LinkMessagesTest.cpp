@@ -7,6 +7,8 @@
 #include <linux/ip.h>
 #include <linux/ipv6.h>
 #include <linux/rtnetlink.h>
+#include <map>
+#include <random>
 #include <sys/socket.h>
 
 namespace L3TunnelAgent {
@@ -119,19 +121,18 @@ TEST(LinkMessages, LinkWithoutANameIsAnError) {
                testing::ThrowsMessage<MessageError>("RTM_NEWLINK: IFLA_IFNAME: is missing"));
 }
 
-TEST(LinkMessages, PortVlansAreReplacedAndRangesSpreadOut) {
-   using Vlans = std::map<std::uint16_t, std::uint16_t>;
+TEST(LinkMessages, PortVlansAreReplacedAndToldAloneOrInRanges) {
    KernelState state;
    std::uint16_t const untagged = BRIDGE_VLAN_INFO_UNTAGGED;
    applyDatagram(state,
                  portMessage(RTM_NEWLINK, {{.flags = 6, .vid = 1}, {.flags = 0, .vid = 9}}).datagram());
-   EXPECT_EQ(state.portVlans().at(7), (Vlans{{1, 6}, {9, 0}}));
+   EXPECT_EQ(state.portVlans().at(7), (PortVlans{{1, 6}, {9, 0}}));
    std::uint16_t const begin = BRIDGE_VLAN_INFO_RANGE_BEGIN | untagged;
    std::uint16_t const end = BRIDGE_VLAN_INFO_RANGE_END | untagged;
    applyDatagram(
          state,
          portMessage(RTM_NEWLINK, {{.flags = begin, .vid = 20}, {.flags = end, .vid = 22}}).datagram());
-   EXPECT_EQ(state.portVlans().at(7), (Vlans{{20, untagged}, {21, untagged}, {22, untagged}}));
+   EXPECT_EQ(state.portVlans().at(7), (PortVlans{{20, untagged}, {21, untagged}, {22, untagged}}));
    EXPECT_TRUE(state.links().empty()) << "it is about the port, not the link";
 }
 
@@ -148,12 +149,49 @@ TEST(LinkMessages, OfRangesThatOverlapTheLastOneCounts) {
                                                   {.flags = untagged, .vid = 8}})
                               .datagram());
    auto const& vlans = state.portVlans().at(7);
-   EXPECT_EQ(vlans.size(), 4095U);
-   EXPECT_EQ(vlans.at(5), 0);
-   EXPECT_EQ(vlans.at(6), 2);
-   EXPECT_EQ(vlans.at(7), 2);
-   EXPECT_EQ(vlans.at(8), untagged);
-   EXPECT_EQ(vlans.at(9), 0);
+   EXPECT_EQ(vlans.ranges(), (std::vector<VlanRange>{{1, 5, 0}, {6, 7, 2}, {8, 8, untagged}, {9, 4095, 0}}));
+   EXPECT_EQ(vlans.flags(0), std::nullopt);
+   EXPECT_EQ(vlans.flags(5), 0);
+   EXPECT_EQ(vlans.flags(7), 2);
+   EXPECT_EQ(vlans.flags(8), untagged);
+   EXPECT_EQ(vlans.flags(4095), 0);
+   EXPECT_EQ(vlans.flags(4096), std::nullopt);
+}
+
+TEST(LinkMessages, AllVlansOfAPortTakeNoMoreRoomThanOne) {
+   KernelState state;
+   std::uint16_t const begin = BRIDGE_VLAN_INFO_RANGE_BEGIN;
+   std::uint16_t const end = BRIDGE_VLAN_INFO_RANGE_END;
+   applyDatagram(
+         state,
+         portMessage(RTM_NEWLINK, {{.flags = begin, .vid = 0}, {.flags = end, .vid = 4095}}).datagram());
+   EXPECT_EQ(state.portVlans().at(7).ranges().size(), 1U);
+}
+
+TEST(PortVlans, AreWhatEachVlanWasToldLast) {
+   std::mt19937 random(20261122);
+   for (int round = 0; round < 300; ++round) {
+      std::vector<VlanRange> told;
+      std::map<std::uint16_t, std::uint16_t> expected;
+      for (auto count = random() % 12; count > 0; --count) {
+         auto const first = static_cast<std::uint16_t>(random() % 20);
+         auto const last = static_cast<std::uint16_t>(first + random() % 8);
+         told.push_back({first, last, static_cast<std::uint16_t>(random() % 3)});
+         for (auto vlan = first; vlan <= last; ++vlan) {
+            expected[vlan] = told.back().flags;
+         }
+      }
+      PortVlans const vlans(told);
+      std::vector<VlanRange> alone;
+      for (std::uint16_t vlan = 0; vlan < 40; ++vlan) {
+         auto const found = expected.find(vlan);
+         ASSERT_EQ(vlans.flags(vlan), found == expected.end() ? std::nullopt : std::optional(found->second));
+         if (found != expected.end()) {
+            alone.push_back({vlan, vlan, found->second});
+         }
+      }
+      ASSERT_EQ(vlans, PortVlans(alone)) << "however they were told";
+   }
 }
 
 TEST(LinkMessages, WhatAPortsOwnDriverSaysIsNotTheBridges) {

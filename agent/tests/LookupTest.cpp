@@ -3,6 +3,7 @@
 #include "chip/model/Layouts.h"
 
 #include <gmock/gmock.h>
+#include <sstream>
 
 namespace L3TunnelAgent {
 namespace {
@@ -101,10 +102,23 @@ TEST_F(LookupTest, RowThatIsNotThereIsNamed) {
 
 TEST_F(LookupTest, SpreadCountsEveryFlow) {
    auto const shown = spreadText(*agent, ip("10.255.1.2"), tunnelFlow(ip("10.255.1.2")), 200000, Paint());
-   EXPECT_THAT(shown, HasSubstr("SPREAD of 200000 flows"));
-   for (int member = 0; member < 7; ++member) {
-      EXPECT_THAT(shown, HasSubstr("14."));
+   std::istringstream lines(shown);
+   std::string line;
+   std::getline(lines, line);
+   EXPECT_EQ(line, "SPREAD of 200000 flows");
+   std::getline(lines, line); // of heads
+   std::set<unsigned> members;
+   unsigned all = 0;
+   for (unsigned member = 0, flows = 0; lines >> member >> flows; std::getline(lines, line)) {
+      double share = 0;
+      lines >> share;
+      EXPECT_NEAR(share, flows / 2000.0, 0.05) << member;
+      EXPECT_NEAR(share, 100.0 / 7, 1.5) << member;
+      members.insert(member);
+      all += flows;
    }
+   EXPECT_EQ(members.size(), 7U);
+   EXPECT_EQ(all, 200000U);
    EXPECT_EQ(spreadText(*agent, ip("192.0.2.1"), tunnelFlow(ip("192.0.2.1")), 10, Paint()), "");
 }
 

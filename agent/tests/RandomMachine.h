@@ -72,12 +72,14 @@ class RandomMachine : public StateBuilder {
    }
 
    PortVlans vlans() {
-      PortVlans result;
+      std::vector<VlanRange> told;
       for (std::uint32_t count = below(3); count > 0; --count) {
-         result[static_cast<std::uint16_t>(1 + below(2))] = static_cast<std::uint16_t>(
-               below(2) * BRIDGE_VLAN_INFO_PVID | below(2) * BRIDGE_VLAN_INFO_UNTAGGED);
+         auto const vlan = static_cast<std::uint16_t>(1 + below(2));
+         told.push_back({vlan, vlan,
+                         static_cast<std::uint16_t>(below(2) * BRIDGE_VLAN_INFO_PVID |
+                                                    below(2) * BRIDGE_VLAN_INFO_UNTAGGED)});
       }
-      return result;
+      return PortVlans(told);
    }
 
    void changeLink() {

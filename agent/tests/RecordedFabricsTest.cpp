@@ -100,8 +100,7 @@ TEST_P(RecordedFabric, AnnouncementsUpToEverySnapshotLeadToTheViasOfTheConfigura
    KernelState announced;
    Derivation derivation(announced);
    std::size_t compared = 0;
-   while (auto const round = reader.next()) {
-      reader.apply(announced, *round);
+   while (auto const round = reader.next(announced)) {
       derivation.update(announced.takeChanges());
       if (!round->snapshot || std::find(tested.begin(), tested.end(), *round->snapshot) == tested.end()) {
          continue;

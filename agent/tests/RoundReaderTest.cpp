@@ -32,18 +32,18 @@ roundsOf(RecordingBuilder const& builder) {
    Recording recording(file.path());
    RoundReader reader(recording);
    std::vector<std::string> result;
-   while (auto const round = reader.next()) {
-      std::string text = round->snapshot ? "<" + *round->snapshot + ">" : round->overrun ? "overrun" : "";
-      for (auto const& frame : round->frames) {
-         text.append(reinterpret_cast<char const*>(frame.payload.data()), frame.payload.size());
-      }
-      if (!round->frames.empty()) {
-         EXPECT_FALSE(round->snapshot || round->overrun);
-         EXPECT_EQ(round->nanoseconds, round->frames.front().nanoseconds);
-      }
-      result.push_back(text);
+   std::string taken;
+   auto const take = [&](std::span<std::byte const> payload) {
+      taken.append(reinterpret_cast<char const*>(payload.data()), payload.size());
+   };
+   while (auto const round = reader.next(take)) {
+      EXPECT_EQ(round->frames, taken.size()) << "each has one letter";
+      EXPECT_FALSE(round->frames != 0 && (round->snapshot || round->overrun));
+      result.push_back(round->snapshot  ? "<" + *round->snapshot + ">"
+                       : round->overrun ? "overrun"
+                                        : std::exchange(taken, {}));
    }
-   EXPECT_FALSE(reader.next()) << "the end stays the end";
+   EXPECT_FALSE(reader.next(take)) << "the end stays the end";
    return result;
 }
 
@@ -114,8 +114,9 @@ TEST(RoundReader, DumpThatWasInterruptedIsReportedWithItsFrames) {
       TemporaryFile file;
       file.write(RecordingBuilder().frame(kind, 1, payload).bytes());
       Recording recording(file.path());
-      auto const round = RoundReader(recording).next();
-      return round && round->frames.size() == 1 && round->overrun;
+      KernelState state;
+      auto const round = RoundReader(recording).next(state);
+      return round && round->frames == 1 && round->overrun;
    };
    EXPECT_FALSE(isReported(dumpReply, whole));
    EXPECT_TRUE(isReported(dumpReply, cut));
@@ -143,7 +144,29 @@ TEST(RoundReader, MarkerThatIsNoneIsAnErrorAfterTheRoundBeforeIt) {
    EXPECT_THAT(roundsOf(recordingOf(R"({"marker": 7})")), ElementsAre("a"));
 }
 
-TEST(RoundReader, AppliedRoundIsInTheStateAndAnErrorNamesItsFrame) {
+TEST(RoundReader, FramesOfARoundAreTakenAsTheyAreReadAndNoneIsKept) {
+   TemporaryFile file;
+   auto bytes = RecordingBuilder().frame(dumpReply, 1, "a").frame(dumpReply, 2, "b").bytes();
+   bytes.resize(bytes.size() + 1); // the next frame is cut off
+   file.write(bytes);
+   Recording recording(file.path());
+   RoundReader reader(recording);
+   std::size_t taken = 0;
+   EXPECT_THROW(reader.next([&](auto) { ++taken; }), RecordingError);
+   EXPECT_EQ(taken, 2U);
+}
+
+TEST(RoundReader, RoundHasTheTimeOfItsFirstFrame) {
+   TemporaryFile file;
+   file.write(RecordingBuilder().frame(dumpReply, 3, "a").frame(dumpReply, 5'000'000, "b").bytes());
+   Recording recording(file.path());
+   auto const round = RoundReader(recording).next([](auto) {});
+   ASSERT_TRUE(round);
+   EXPECT_EQ(round->nanoseconds, 3U);
+   EXPECT_EQ(round->kind, dumpReply);
+}
+
+TEST(RoundReader, RoundThatIsReadIsInTheStateAndAnErrorNamesItsFrame) {
    auto message = neighbourMessage();
    RecordingBuilder builder;
    builder.frame(datagram, 1, message);
@@ -153,11 +176,8 @@ TEST(RoundReader, AppliedRoundIsInTheStateAndAnErrorNamesItsFrame) {
    file.write(builder.bytes());
    Recording recording(file.path());
    RoundReader reader(recording);
-   auto const round = reader.next();
-   ASSERT_TRUE(round);
-   ASSERT_EQ(round->frames.size(), 2U);
    KernelState state;
-   EXPECT_THAT([&] { reader.apply(state, *round); },
+   EXPECT_THAT([&] { reader.next(state); },
                ThrowsMessage<RecordingError>(HasSubstr(file.path().string() + ": frame 2: RTM_NEWNEIGH")));
    EXPECT_EQ(state.neighbours().size(), 1U);
 }
@@ -172,8 +192,7 @@ TEST(RoundReader, StandardInputIsReadPlainAndCompressed) {
       Recording recording("-");
       RoundReader reader(recording);
       KernelState state;
-      while (auto const round = reader.next()) {
-         reader.apply(state, *round);
+      while (reader.next(state)) {
       }
       EXPECT_GT(state.links().size(), 2U);
    }
@@ -194,12 +213,12 @@ TEST(RoundReader, RecordedEventsNameEverySnapshotAndLoseNothing) {
       std::vector<std::string> names;
       std::size_t rounds = 0;
       std::size_t frames = 0;
-      while (auto const round = reader.next()) {
+      while (auto const round = reader.next([](auto) {})) {
          EXPECT_FALSE(round->overrun);
          if (round->snapshot) {
             names.push_back(*round->snapshot);
          }
-         frames += round->frames.size();
+         frames += round->frames;
          ++rounds;
       }
       EXPECT_EQ(names, snapshots(fabric));
@@ -210,8 +229,9 @@ TEST(RoundReader, RecordedEventsNameEverySnapshotAndLoseNothing) {
 TEST(RoundReader, DumpIsOneRound) {
    Recording recording(recordedFile("big", "dump.rnl.gz"));
    RoundReader reader(recording);
-   EXPECT_TRUE(reader.next());
-   EXPECT_FALSE(reader.next());
+   KernelState state;
+   EXPECT_TRUE(reader.next(state));
+   EXPECT_FALSE(reader.next(state));
 }
 
 } // namespace L3TunnelAgent

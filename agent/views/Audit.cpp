@@ -56,7 +56,7 @@ finding(Kind kind, ModelChip::Table const& table, ExpectedRow const& row) {
            .table = table.shape().name,
            .index = row.index,
            .owner = row.owner,
-           .destinations = row.destinations,
+           .destinations = row.destinations ? *row.destinations : Users::Addresses(),
            .differences = {}};
 }
 

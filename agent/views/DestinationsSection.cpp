@@ -2,9 +2,9 @@
 #include "agent/views/TextTable.h"
 #include "chip/model/Forwarding.h"
 #include "chip/model/Layouts.h"
-#include "platform/nuv/HashMap.h"
 #include "tables/L3NextHop2Table.h"
 
+#include <map>
 #include <nlohmann/json.hpp>
 
 namespace L3TunnelAgent {
@@ -84,19 +84,20 @@ class NextHopIndices {
       key.macAddr = via.entry.macAddr;
       key.l3Id = via.entry.l3Id;
       key.l2If = via.entry.l2If;
-      auto const* index = ofBlock(*set.block).find(key);
-      return index ? indexOrNull(*index) : Json();
+      auto const& indices = ofBlock(*set.block);
+      auto const found = indices.find(key);
+      return found == indices.end() ? Json() : indexOrNull(found->second);
    }
 
  private:
-   using ByKey = Nuv::HashMap<ZandorL3Tunnel::L3UnderlayNextHopKey, Asic::Index>;
+   using ByKey = std::map<ZandorL3Tunnel::L3UnderlayNextHopKey, Asic::Index>;
 
    ByKey const& ofBlock(Users::Handle const& block) {
       auto const [found, isNew] = byBlock_.try_emplace(&block);
       if (isNew) {
          for (auto const& [position, handle] : nextHopsOf(block)) {
             if (auto const* hop = dynamic_cast<L3NextHop2Table::EntryHandle const*>(handle.get())) {
-               found->second.valueIs(hop->key(), hop->hwEntryIndex());
+               found->second.insert_or_assign(hop->key(), hop->hwEntryIndex());
             }
          }
       }

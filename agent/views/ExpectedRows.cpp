@@ -15,14 +15,14 @@ using Handle = Asic::SwTableBase::EntryHandle;
 
 /// The entry's row, without its fields; null for an entry that has no index.
 ExpectedRow*
-rowFor(Rows& rows, Handle const& handle, std::string owner, std::vector<IpAddress> destinations) {
+rowFor(Rows& rows, Handle const& handle, std::string owner, Users::Addresses const* destinations) {
    if (handle.hwEntryIndex() == Asic::invalidIndex) {
       return nullptr;
    }
    rows.push_back({.index = handle.hwEntryIndex(),
                    .isComplete = handle.isComplete(),
                    .owner = std::move(owner),
-                   .destinations = std::move(destinations),
+                   .destinations = destinations,
                    .fields = {}});
    return &rows.back();
 }
@@ -39,7 +39,7 @@ interfaceRows(Fabric const& fabric, Users const& users) {
    Rows rows;
    table.handles().forEach([&](auto const& handle) {
       auto* const row =
-            rowFor(rows, handle, fmt::format("interface {}", handle.key()), users.ofInterface(handle.key()));
+            rowFor(rows, handle, fmt::format("interface {}", handle.key()), &users.ofInterface(handle.key()));
       if (auto const entry = table.entry(handle.key()); row && entry) {
          row->fields = {{&Row::valid, 1},
                         {&Row::tagged, entry->isUnderlayL2HdrTagged},
@@ -53,7 +53,7 @@ interfaceRows(Fabric const& fabric, Users const& users) {
 /// Whose a row at that index is in either table of next hops.
 struct NextHopOwner {
    std::string key;
-   std::vector<IpAddress> destinations;
+   Users::Addresses const* destinations{};
    bool isComplete{};
 };
 
@@ -65,7 +65,7 @@ nextHopOwners(Fabric const& fabric, Users const& users) {
       owners[handle.hwEntryIndex()] = {fmt::format("next hop {} to {}, interface {}, port {}",
                                                    Nuv::text(key.nhEntryType), Nuv::text(key.macAddr),
                                                    key.l3Id.value, key.l2If.value),
-                                       users.ofNextHop(handle), handle.isComplete()};
+                                       &users.ofNextHop(handle), handle.isComplete()};
    });
    return owners;
 }
@@ -79,7 +79,7 @@ halfRows(Fabric const& fabric, Users const& users, Table const& table, Fill cons
    table.handles().forEach([&](auto const& handle) {
       auto const owner = owners.find(handle.key());
       auto* const row = owner == owners.end()
-                              ? rowFor(rows, handle, fmt::format("next hop {}", handle.key()), {})
+                              ? rowFor(rows, handle, fmt::format("next hop {}", handle.key()), nullptr)
                               : rowFor(rows, handle, owner->second.key, owner->second.destinations);
       if (auto const entry = table.entry(handle.key()); row && entry) {
          fill(*row, *entry);
@@ -121,7 +121,7 @@ memberRows(Fabric const& fabric, Users const& users) {
       for (std::uint32_t position = 0; position < block.size(); ++position) {
          auto const owner = fmt::format("member {} of the block of {} at {}", position, block.size(),
                                         handle.hwEntryIndex());
-         auto* const row = rowFor(rows, handle, owner, users.ofBlock(handle));
+         auto* const row = rowFor(rows, handle, owner, &users.ofBlock(handle));
          if (!row) {
             return;
          }
@@ -143,7 +143,7 @@ groupRows(Fabric const& fabric, Users const& users) {
    Rows rows;
    fabric.groups().handles().forEach([&](auto const& handle) {
       auto* const row = rowFor(rows, handle, fmt::format("group of adjacency {}", handle.key().id),
-                               users.ofGroup(handle));
+                               &users.ofGroup(handle));
       if (auto const entry = fabric.groups().entry(handle.key()); row && entry) {
          row->fields = {{&Row::valid, 1},
                         {&Row::ecmpBlock, indexOf(entry->ecmpBlockPtrHandle)},

@@ -18,8 +18,8 @@ struct ExpectedRow {
    Asic::Index index{};
    bool isComplete{}; ///< the entry's state is success: the row has to be there as it is said
    std::string owner; ///< key of the entry
-   std::vector<IpAddress> destinations; ///< that stand on it
-   std::vector<Field> fields;           ///< all others are 0
+   Users::Addresses const* destinations{}; ///< that stand on it; null: none
+   std::vector<Field> fields;              ///< all others are 0
 };
 
 /// What the software tables say of all rows of the hardware table of that layout. An entry that has no index
