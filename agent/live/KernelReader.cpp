@@ -53,9 +53,9 @@ KernelReader::guarded(Call call) {
 }
 
 std::unique_ptr<KernelReader::Watched>
-KernelReader::watched() {
+KernelReader::watched(NetworkNamespace const& where) {
    auto result = std::make_unique<Watched>(
-         Watched{NetlinkSocket(*where_), asio::posix::stream_descriptor(loop_), DatagramReader()});
+         Watched{NetlinkSocket(where), asio::posix::stream_descriptor(loop_), DatagramReader()});
    auto duplicate = result->socket.duplicate();
    result->descriptor.assign(duplicate.value());
    duplicate.release();
@@ -64,16 +64,21 @@ KernelReader::watched() {
 
 void
 KernelReader::start() {
-   where_.emplace(settings_.netns);
-   announcements_ = watched();
-   announcements_->socket.receiveBufferIs(settings_.receiveBuffer);
+   NetworkNamespace where(settings_.netns);
+   auto announcements = watched(where);
+   announcements->socket.receiveBufferIs(settings_.receiveBuffer);
    for (unsigned const group : groups) {
-      if (!announcements_->socket.join(group)) {
+      if (!announcements->socket.join(group)) {
          listener_.told(LogLevel::notice, "the kernel has no announcements of group " +
                                                 std::to_string(group) + " of rtnetlink");
       }
    }
-   replies_ = watched();
+   auto replies = watched(where);
+   stop();
+   alive_ = std::make_shared<int>();
+   where_ = std::move(where);
+   announcements_ = std::move(announcements);
+   replies_ = std::move(replies);
    watchAnnouncements();
 }
 
@@ -194,7 +199,7 @@ KernelReader::readReplies() {
 void
 KernelReader::repliesLost(std::string const& why) {
    auto reader = std::move(replies_->reader);
-   replies_ = watched();
+   replies_ = watched(*where_);
    replies_->reader = std::move(reader);
    tryAgain(why);
 }

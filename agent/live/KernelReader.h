@@ -64,9 +64,14 @@ class KernelReader {
    KernelReader& operator=(KernelReader const&) = delete;
    ~KernelReader();
 
-   /// Begins to hear announcements.
-   /// @throws NetlinkError when the kernel cannot be asked or the namespace cannot be entered.
+   /// Begins to hear announcements; anew when it did already, of the namespace that has the name by now, and
+   /// then what is being read is given up.
+   /// @throws NetlinkError when the kernel cannot be asked or the namespace cannot be entered; nothing is
+   /// different then.
    void start();
+
+   /// What became of the namespace's name since start().
+   NetworkNamespace::Standing standing() const { return where_->standing(); }
 
    /// Asks for these, one after the other. What is interrupted or refused is asked for again, in the end
    /// after pauses. Nothing may be asked for while isReading(). The loop throws NetlinkError when something
@@ -96,7 +101,7 @@ class KernelReader {
       DatagramReader reader;
    };
 
-   std::unique_ptr<Watched> watched();
+   std::unique_ptr<Watched> watched(NetworkNamespace const& where);
    void watchAnnouncements();
    void readAnnouncements(std::size_t most);
    void ask();

@@ -63,6 +63,9 @@ maySayTooLittle(std::span<std::byte const> message) {
    }
 }
 
+// Whether a namespace's name became another's is looked after that often.
+constexpr auto betweenNames = 5s;
+
 // After so many messages that cannot be read, no more of them are named.
 constexpr std::uint64_t mostUnreadableTold = 10;
 
@@ -73,6 +76,7 @@ LiveAgent::LiveAgent(asio::io_context& loop, Settings const& settings)
     , agent_(settings.fabric)
     , kernel_(loop, settings.kernel, *this, counters_)
     , timer_(loop)
+    , nameTimer_(loop)
     , pause_(firstPause) {}
 
 LiveAgent::~LiveAgent() {
@@ -95,12 +99,61 @@ LiveAgent::start() {
    asked_ = Asked::due;
    due_ = Scope::whole;
    read();
+   watchName();
+}
+
+/// A name may become another namespace's: whoever makes one anew means the new one.
+void
+LiveAgent::watchName() {
+   if (!kernel_.settings().netns) {
+      return;
+   }
+   nameTimer_.expires_after(betweenNames);
+   nameTimer_.async_wait(guarded([this] {
+      if (!isNamed()) {
+         readIn(Scope::whole, 0ms);
+      }
+      watchName();
+   }));
+}
+
+/// @return whether the kernel is the one of that name; otherwise it is another one from here on.
+bool
+LiveAgent::isNamed() {
+   auto const& name = kernel_.settings().netns;
+   auto const standing = kernel_.standing();
+   bool const wasGone = std::exchange(isGone_, standing == NetworkNamespace::Standing::gone);
+   if (isGone_ && !wasGone) {
+      told(LogLevel::error, "network namespace " + *name + " is gone, and is waited for");
+   }
+   if (standing != NetworkNamespace::Standing::another) {
+      return true;
+   }
+   try {
+      startAnew();
+   } catch (NetlinkError const& error) { // made, but not to its end
+      told(LogLevel::warning, error.what());
+      return true;
+   }
+   told(LogLevel::warning, "network namespace " + *name + " is another one now, which is followed instead");
+   return false;
+}
+
+/// What is known is another kernel's, to which nothing is added that the new one tells.
+void
+LiveAgent::startAnew() {
+   kernel_.start();
+   isKnown_ = false;
+   reading_ = Scope::nothing;
+   hasGap_ = false;
+   asked_ = asked_ == Asked::underWay ? Asked::due : asked_;
 }
 
 void
 LiveAgent::stop() {
    alive_.reset();
    timer_.cancel();
+   nameTimer_.cancel();
    kernel_.stop();
 }
 
@@ -227,6 +280,9 @@ LiveAgent::readIn(Scope scope, Clock::duration pause) {
 
 void
 LiveAgent::read() {
+   if (due_ == Scope::whole) {
+      isNamed();
+   }
    if (due_ == Scope::whole && hasGap_) {
       if (!kernel_.passOverAnnounced()) {
          return readIn(Scope::whole, 0ms);

@@ -80,6 +80,9 @@ class LiveAgent final : private KernelListener {
    void dumped(bool fitsTogether) override;
    void told(LogLevel level, std::string const& text) override;
 
+   void watchName();
+   bool isNamed();
+   void startAnew();
    void unreadable(MessageError const& error);
    void takeBehind(std::span<std::byte const> datagram);
    void readAgain();
@@ -116,6 +119,8 @@ class LiveAgent final : private KernelListener {
    bool isArmed_{};
    bool hasGap_{}; // announcements were lost that no reading has made up for
    asio::steady_timer timer_;
+   asio::steady_timer nameTimer_;
+   bool isGone_{};         // the namespace's name, as was told
    Clock::duration pause_; // after announcements were lost
    Clock::time_point readingSince_{};
    Clock::time_point lastRead_{};

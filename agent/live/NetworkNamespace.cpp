@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/stat.h>
 
 namespace L3TunnelAgent {
 
@@ -35,6 +36,21 @@ NetworkNamespace::NetworkNamespace(std::optional<std::string> const& name) {
    }
    other_ = opened(name_, folder + name_);
    own_ = opened(name_, ownFile);
+}
+
+NetworkNamespace::Standing
+NetworkNamespace::standing() const {
+   if (!other_.isOpen()) {
+      return Standing::same;
+   }
+   struct stat opened {};
+   struct stat named {};
+   if (stat((folder + name_).c_str(), &named) != 0) {
+      return Standing::gone;
+   }
+   bool const isSame = fstat(other_.value(), &opened) == 0 && opened.st_dev == named.st_dev &&
+                       opened.st_ino == named.st_ino;
+   return isSame ? Standing::same : Standing::another;
 }
 
 void

@@ -2,6 +2,7 @@
 
 #include "agent/live/Descriptor.h"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -14,6 +15,15 @@ class NetworkNamespace {
    /// @param name as `ip netns` names it; the process's own namespace without one.
    /// @throws NetlinkError when there is none of that name, or it cannot be opened.
    explicit NetworkNamespace(std::optional<std::string> const& name);
+
+   enum class Standing : std::uint8_t {
+      same,    // the name is that of the namespace that was opened, or there is no name
+      another, // the name is another one's by now
+      gone,    // nothing has the name
+   };
+
+   /// What became of the name since the namespace was opened.
+   Standing standing() const;
 
    /// Calls make() with the thread in the namespace, and brings it back.
    /// @throws NetlinkError when the namespace cannot be entered or left.
