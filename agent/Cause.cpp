@@ -26,6 +26,21 @@ causeOfInterface(Handle const& handle) {
                            : fmt::format("the chip refused the row of interface {}", handle.hwEntryIndex());
 }
 
+/// The interface that keeps a next hop from coming, if one does.
+Nuv::Ptr<Handle const>
+interfaceAwaited(L3NextHop2Table::EntryHandle const& nextHop) {
+   auto const* const table = nextHop.table();
+   auto const egr = table ? table->egrL3NextHop2Entry(nextHop.key()) : std::nullopt;
+   return egr && egr->l3Oif2Handle && !egr->l3Oif2Handle->isComplete() ? egr->l3Oif2Handle : nullptr;
+}
+
+/// Whether an index is all that a next hop that has failed lacks.
+bool
+lacksIndex(Handle const& handle) {
+   auto const* const nextHop = dynamic_cast<L3NextHop2Table::EntryHandle const*>(&handle);
+   return nextHop && !hasIndex(handle) && !interfaceAwaited(*nextHop);
+}
+
 } // namespace
 
 std::string
@@ -35,10 +50,8 @@ causeOfNextHop(Handle const& handle) {
       return "";
    }
    auto const name = fmt::format("next hop to {}", Nuv::text(nextHop->key().macAddr));
-   auto const* const table = nextHop->table();
-   auto const egr = table ? table->egrL3NextHop2Entry(nextHop->key()) : std::nullopt;
-   if (egr && egr->l3Oif2Handle && !egr->l3Oif2Handle->isComplete()) {
-      return fmt::format("{}: {}", name, causeOfInterface(*egr->l3Oif2Handle));
+   if (auto const interface = interfaceAwaited(*nextHop)) {
+      return fmt::format("{}: {}", name, causeOfInterface(*interface));
    }
    if (!hasIndex(handle)) {
       return name + ": no next-hop index is free";
@@ -82,6 +95,31 @@ causeOfGroup(Handle const& handle) {
                          entry->ecmpBlockPtrHandle->hwEntryIndex());
    }
    return fmt::format("the chip refused the row of group {}", handle.hwEntryIndex());
+}
+
+Need::Kind
+lackOfBlock(Handle const& handle) {
+   auto const& block = dynamic_cast<L3UnderlayEcmpMember1Table::EntryHandle const&>(handle);
+   bool isShort = false;
+   for (auto const& member : block.key().members()) {
+      auto const& nextHop = *member.entry.underlayEcmpNextHopIndexHandle;
+      if (nextHop.isFailed() && !lacksIndex(nextHop)) {
+         return Need::Kind::attempt;
+      }
+      isShort |= nextHop.isFailed();
+   }
+   return isShort ? Need::Kind::nextHop : hasIndex(handle) ? Need::Kind::attempt : Need::Kind::memberRun;
+}
+
+Need::Kind
+lackOfGroup(Handle const& handle) {
+   auto const& group = dynamic_cast<L3EcmpGroup0Table::EntryHandle const&>(handle);
+   auto const* const table = group.table();
+   auto const entry = table ? table->entry(group.key()) : std::nullopt;
+   if (entry && entry->ecmpBlockPtrHandle && entry->ecmpBlockPtrHandle->isFailed()) {
+      return lackOfBlock(*entry->ecmpBlockPtrHandle);
+   }
+   return hasIndex(handle) ? Need::Kind::attempt : Need::Kind::group;
 }
 
 } // namespace L3TunnelAgent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Waiting.h"
 #include "platform/asic/SwTableBase.h"
 
 #include <string>
@@ -13,5 +14,9 @@ std::string causeOfBlock(Asic::SwTableBase::EntryHandle const& block);
 /// The same of a next hop, and of an ECMP group.
 std::string causeOfNextHop(Asic::SwTableBase::EntryHandle const& nextHop);
 std::string causeOfGroup(Asic::SwTableBase::EntryHandle const& group);
+
+/// What a block or a group that has failed lacks: a try, where the chip has refused something.
+Need::Kind lackOfBlock(Asic::SwTableBase::EntryHandle const& block);
+Need::Kind lackOfGroup(Asic::SwTableBase::EntryHandle const& group);
 
 } // namespace L3TunnelAgent

@@ -9,6 +9,9 @@ namespace L3TunnelAgent {
 
 namespace {
 
+// Ways of the same neighbours differ in weights and order alone.
+constexpr std::size_t listsKept = 4;
+
 template <typename T>
 void
 sortUnique(std::vector<T>& values) {
@@ -116,7 +119,7 @@ Derivation::renewAdjacencies(Changes const& changes, std::set<IpAddress>& touche
       if (!(via == shared.via)) {
          shared.via = std::move(via);
          for (Footprint const* user : shared.users) {
-            touched.insert(user->second.begin(), user->second.end());
+            touched.insert(user->second.destinations.begin(), user->second.destinations.end());
          }
       }
    }
@@ -128,7 +131,7 @@ Derivation::addUsers(Changes const& changes, std::set<IpAddress>& touched) const
       auto const found = index.find(key);
       if (found != index.end()) {
          for (Footprint const* user : found->second) {
-            touched.insert(user->second.begin(), user->second.end());
+            touched.insert(user->second.destinations.begin(), user->second.destinations.end());
          }
       }
    };
@@ -165,6 +168,22 @@ Derivation::addSearchers(RouteKey const& changed, std::set<IpAddress>& touched) 
    }
 }
 
+/// The list that another destination of these came to lately, if it is equal.
+ViaList
+Derivation::shared(Users& users, ViaList vias) {
+   for (auto const& weak : users.lists) {
+      if (ViaList const lately(weak); lately == vias) {
+         return lately;
+      }
+   }
+   std::erase_if(users.lists, [](auto const& weak) { return weak.expired(); });
+   if (users.lists.size() == listsKept) {
+      users.lists.erase(users.lists.begin());
+   }
+   users.lists.push_back(vias.weak());
+   return vias;
+}
+
 bool
 Derivation::renewDestination(IpAddress const& address) {
    Node& node = nodes_[address];
@@ -185,6 +204,7 @@ Derivation::renewDestination(IpAddress const& address) {
    sortUnique(inputs.devices);
    sortUnique(inputs.adjacencies);
    inputsAre(address, node, std::move(inputs));
+   destination.vias = shared(node.footprint->second, std::move(destination.vias));
 
    auto const [place, added] = destinations_.try_emplace(address);
    if (!added && place->second == destination) {
@@ -215,7 +235,7 @@ Derivation::inputsAre(IpAddress const& address, Node& node, Inputs inputs) {
    if (added) {
       registered(*place, true);
    }
-   place->second.insert(address);
+   place->second.destinations.insert(address);
    // Last, so that an adjacency in both is not dropped between.
    footprintDel(address, std::exchange(node.footprint, &*place));
 }
@@ -223,8 +243,8 @@ Derivation::inputsAre(IpAddress const& address, Node& node, Inputs inputs) {
 void
 Derivation::footprintDel(IpAddress const& address, Footprint* footprint) {
    if (footprint) {
-      footprint->second.erase(address);
-      if (footprint->second.empty()) {
+      footprint->second.destinations.erase(address);
+      if (footprint->second.destinations.empty()) {
          registered(*footprint, false);
          footprints_.erase(footprints_.find(footprint->first));
       }

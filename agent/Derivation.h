@@ -16,7 +16,7 @@ namespace L3TunnelAgent {
 /// Each destination remembers what its derivation looked at, also where nothing was: next-hop objects,
 /// devices, adjacencies, and how far down its prefixes each table was searched. An adjacency, which many
 /// destinations share, remembers its links, its forwarding entry and VLANs. Both are found by these; many
-/// destinations of the same ways are found as one.
+/// destinations of the same ways are found as one, and share the list of these.
 class Derivation {
  public:
    /// Derives everything.
@@ -59,9 +59,14 @@ class Derivation {
       std::size_t operator()(Inputs const& inputs) const;
    };
 
+   /// The destinations of the same inputs, and the lists that they came to last.
+   struct Users {
+      std::unordered_set<IpAddress> destinations;
+      std::vector<ViaList::Weak> lists;
+   };
+
    class Recorder;
-   using SharedInputs =
-         std::unordered_map<Inputs, std::unordered_set<IpAddress>, Hash>; // to the destinations
+   using SharedInputs = std::unordered_map<Inputs, Users, Hash>;
    using Footprint = SharedInputs::value_type;
    using Footprints = std::unordered_set<Footprint*>;
 
@@ -80,6 +85,7 @@ class Derivation {
    void renewAdjacencies(Changes const& changes, std::set<IpAddress>& touched);
    void addUsers(Changes const& changes, std::set<IpAddress>& touched) const;
    void addSearchers(RouteKey const& changed, std::set<IpAddress>& touched) const;
+   static ViaList shared(Users& users, ViaList vias);
    bool renewDestination(IpAddress const& address);
    bool removeDestination(IpAddress const& address);
    void inputsAre(IpAddress const& address, Node& node, Inputs inputs);

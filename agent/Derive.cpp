@@ -63,21 +63,22 @@ derive(KernelState const& state, IpAddress const& address, SearchObserver* obser
        AdjacencyOf const& adjacencyOf) {
    Destination destination{.address = address, .vias = {}, .reason = {}};
    if (address.isMulticast()) { // no gateway ever gets these
-      destination.vias.push_back({.kind = ViaKind::cpu, .reason = "multicast group"});
+      destination.vias = {{.kind = ViaKind::cpu, .reason = "multicast group"}};
       return destination;
    }
    RouteMatch match = findRoute(state, address, observer);
    DerivedVia via{.kind = ViaKind::cpu, .reason = match.reason};
+   std::vector<DerivedVia> vias;
    switch (match.outcome) {
    case RouteMatch::Outcome::none:
       destination.reason = std::move(match.reason);
       break;
    case RouteMatch::Outcome::forward:
-      destination.vias.reserve(match.hops.size());
+      vias.reserve(match.hops.size());
       for (NextHop const& hop : match.hops) {
          NeighbourKey const key{hop.device, hop.gateway.value_or(address)};
-         destination.vias.push_back(hop.encapsulated ? encapsulating(state, key) : adjacencyOf(key));
-         destination.vias.back().weight = hop.weight;
+         vias.push_back(hop.encapsulated ? encapsulating(state, key) : adjacencyOf(key));
+         vias.back().weight = hop.weight;
       }
       break;
    case RouteMatch::Outcome::local:
@@ -86,13 +87,14 @@ derive(KernelState const& state, IpAddress const& address, SearchObserver* obser
          Link const* const link = state.link(*via.device);
          via.sourceMac = link ? link->mac : std::nullopt;
       }
-      destination.vias.push_back(std::move(via));
+      vias.push_back(std::move(via));
       break;
    case RouteMatch::Outcome::drop:
       via.kind = ViaKind::drop;
-      destination.vias.push_back(std::move(via));
+      vias.push_back(std::move(via));
       break;
    }
+   destination.vias = std::move(vias);
    return destination;
 }
 

@@ -37,23 +37,6 @@ stateOf(Asic::SwTableBase::EntryHandle const& handle) {
    return DestinationState::failed;
 }
 
-std::size_t
-hashOf(std::vector<DerivedVia> const& vias) {
-   std::size_t hash = vias.size();
-   for (auto const& via : vias) {
-      for (auto const byte : via.mac.value_or(MacAddress()).bytes) {
-         hash = hash * 31 + byte;
-      }
-      hash = hash * 31 + std::size_t(via.port.value_or(0));
-   }
-   return hash;
-}
-
-bool
-isShort(ViaSet const& set) {
-   return std::any_of(set.vias.begin(), set.vias.end(), [](auto const& via) { return !via.shortOf.empty(); });
-}
-
 } // namespace
 
 std::string_view
@@ -80,7 +63,8 @@ Fabric::Fabric(Settings settings)
     , chip_(Nuv::make<ModelChip::Chip>(loop_, settings_.sizes))
     , stateDatabase_(Nuv::make<Kallo::EntityManager>())
     , local_(Nuv::make<Local::EntityManager>())
-    , groups_(l3EcmpGroup0TableFactory(L3EcmpGroup0Table::typeName())) {
+    , groups_(l3EcmpGroup0TableFactory(L3EcmpGroup0Table::typeName()))
+    , lists_(settings_.includeUnresolved) {
    chip_->publish(*stateDatabase_, unit);
    auto interfaces = egrL3Oif2Factory(EgrL3Oif2::typeName());
    interfaces->doInit(unit, stateDatabase_, chip_->chipInfo());
@@ -100,14 +84,13 @@ Fabric::destinationIs(Destination const& wanted) {
    auto& destination = destinations_[wanted.address];
    destination.address = wanted.address;
    touch(wanted.address);
-   failed_.erase(wanted.address);
+   waiting_.needDel(wanted.address);
    if (wanted.vias.empty()) {
       groupDel(destination);
       destination.reason = wanted.reason;
       return;
    }
    destination.reason.clear();
-   destination.lacksGroup = false;
    if (destination.adjacency == 0) {
       destination.adjacency = ++lastAdjacency_;
    }
@@ -119,11 +102,8 @@ void
 Fabric::touch(IpAddress const& address) {
    settled_ = false;
    touched_.insert(address);
-   if (retry_) {
-      retry_->left.erase(address);
-      if (retry_->tried && retry_->tried->address == address) {
-         retry_->tried.reset();
-      }
+   if (retry_ && retry_->tried && retry_->tried->address == address) {
+      retry_->tried.reset();
    }
 }
 
@@ -135,7 +115,7 @@ Fabric::destinationDel(IpAddress const& address) {
    }
    groupDel(found->second);
    touch(address);
-   failed_.erase(address);
+   waiting_.needDel(address);
    destinations_.erase(found);
 }
 
@@ -150,45 +130,57 @@ Fabric::clear() {
 // A set that hands over what the one before it did differs in words only.
 void
 Fabric::wantedIs(ProgrammedDestination& destination, ViaSet set) {
-   if (isShort(set)) {
-      failed_.insert(destination.address);
+   if (set.programmed->isShort()) {
+      waiting_.needIs(destination.address, {.kind = Need::Kind::interface});
    }
    auto const handsOverTheSame = [&](std::optional<ViaSet> const& other) {
-      return other && other->block && other->handed->via() == set.handed->via();
+      return other && other->block &&
+             (other->programmed == set.programmed ||
+              other->programmed->handed()->via() == set.programmed->handed()->via());
    };
    if (handsOverTheSame(destination.wanted)) {
-      destination.wanted->vias = std::move(set.vias);
+      destination.wanted->programmed = set.programmed;
       return;
    }
+   bool const wasMoving = destination.wanted && destination.wanted->block;
    // What a set on its way has taken comes free.
-   released_ |= destination.wanted && destination.wanted->block;
-   if (handsOverTheSame(destination.current)) {
-      bool const wasMoving = destination.wanted && destination.wanted->block;
-      destination.current->vias = std::move(set.vias);
-      if (wasMoving) {
-         set = *destination.current;
-         groupIs(destination, set);
-         destination.wanted = std::move(set);
-         moving_.insert(destination.address);
-      } else {
-         destination.wanted.reset();
-      }
+   released_ |= wasMoving;
+   if (!handsOverTheSame(destination.current)) {
+      blockIs(destination, std::move(set));
       return;
    }
+   destination.current->programmed = set.programmed;
+   if (wasMoving) {
+      groupIs(destination, *destination.current);
+      destination.wanted = destination.current;
+      moving_.insert(destination.address);
+   } else {
+      destination.wanted.reset();
+   }
+}
+
+void
+Fabric::blockIs(ProgrammedDestination& destination, ViaSet set) {
    try {
-      set.block = programmer_->getEcmpBlockHandle(set.handed, settings_.dropToCpu);
+      set.block = programmer_->getEcmpBlockHandle(set.programmed->handed(), settings_.dropToCpu);
    } catch (Nuv::Exception const& refused) {
-      auto const size = set.handed->via().size();
-      auto reason = size > mostMembers
-                          ? fmt::format("{} vias are more than a block's {} members", size, mostMembers)
-                          : std::string(refused.what());
+      bool const isTooLarge = set.members() > mostMembers;
+      auto reason =
+            isTooLarge ? fmt::format("{} vias are more than a block's {} members", set.members(), mostMembers)
+                       : std::string(refused.what());
       if (!destination.current && destination.wanted && destination.wanted->block) {
          destination.current = std::move(destination.wanted);
       }
       destination.wanted = std::move(set);
       failedIs(destination, DestinationState::failed, std::move(reason));
+      if (isTooLarge) { // and more room cannot make it smaller
+         waiting_.needDel(destination.address);
+      } else {
+         lackIs(destination, Need::Kind::attempt);
+      }
       return;
    }
+   set.inABlock = set.programmed->content().inABlock();
    groupIs(destination, set);
    destination.wanted = std::move(set);
    moving_.insert(destination.address);
@@ -198,7 +190,7 @@ void
 Fabric::groupIs(ProgrammedDestination& destination, ViaSet const& set) {
    L3EcmpGroup0Table::Entry group;
    group.ecmpBlockPtrHandle = set.block;
-   group.numPaths = std::uint16_t(set.handed->via().size());
+   group.numPaths = std::uint16_t(set.members());
    group.lbMode = group.numPaths > 1 ? flowHashMode : singlePathMode;
    ZandorL3Common::L3AdjIdKey key;
    key.id = destination.adjacency;
@@ -252,10 +244,10 @@ Fabric::step(std::size_t mostSteps) {
       return true;
    }
    if (!std::exchange(portsTakenBack_, true)) {
-      released_ |= ports_.full() && !failed_.empty() && takeBackPorts();
+      released_ |= ports_.full() && !waiting_.empty() && takeBackPorts();
    }
    if (mayHaveRoom()) {
-      retryBegins();
+      retry_ = Retry{};
       return true;
    }
    portsTakenBack_ = false;
@@ -273,27 +265,6 @@ Fabric::takeTouched() {
 }
 
 bool
-Fabric::Room::exceeds(Room const& other) const {
-   return memberRun > other.memberRun || nextHops > other.nextHops || interfaces > other.interfaces ||
-          groups > other.groups;
-}
-
-Fabric::Room
-Fabric::room() const {
-   return {.memberRun = programmer_->l3EcmpMemberTable()->indexAllocator()->largestFreeRun(),
-           .nextHops = programmer_->l3EcmpNextHopTable()->indexAllocator()->free(),
-           .interfaces = interfaces_->indices().free(),
-           .groups = groups_->indexAllocator()->free()};
-}
-
-// What a failed set gave back is of no use to itself.
-bool
-Fabric::mayHaveRoom() {
-   bool const byFailure = std::exchange(gaveBack_, false) && failed_.size() > 1;
-   return (std::exchange(released_, false) || byFailure) && !failed_.empty();
-}
-
-bool
 Fabric::followAll() {
    bool any = interfaces_->freeLeft();
    auto const moving = moving_;
@@ -307,12 +278,15 @@ bool
 Fabric::follow(ProgrammedDestination& destination) {
    auto const& block = *destination.wanted->block;
    if (block.isFailed()) {
+      auto const lack = lackOfBlock(block);
       failedIs(destination, stateOf(block), causeOfBlock(block));
+      lackIs(destination, lack);
       return true;
    }
    if (destination.group->isFailed()) {
-      destination.lacksGroup = destination.group->hwEntryIndex() == Asic::invalidIndex;
+      auto const lack = lackOfGroup(*destination.group);
       failedIs(destination, stateOf(*destination.group), causeOfGroup(*destination.group));
+      lackIs(destination, lack);
       return true;
    }
    if (!destination.group->isComplete()) {
@@ -323,6 +297,8 @@ Fabric::follow(ProgrammedDestination& destination) {
    released_ |= destination.current.has_value() || std::exchange(destination.tookGroupBack, false);
    destination.current = std::move(destination.wanted);
    destination.wanted.reset();
+   // Those that wait for a run for the same may share this one.
+   released_ |= waiting_.isMet(destination.current->runNeed());
    return true;
 }
 
@@ -341,98 +317,30 @@ Fabric::failedIs(ProgrammedDestination& destination, DestinationState failure, s
       groups_->entryRemove(key);
       destination.group = nullptr;
    }
-   destination.wanted->block = nullptr;
-   for (auto& via : destination.wanted->vias) {
-      via.interface = nullptr;
-   }
-   failed_.insert(destination.address);
+   destination.wanted = ViaSet{.programmed = lists_.failed(*destination.wanted->programmed)};
    gaveBack_ = true;
 }
 
-// One after the other, so that none holds what only the next one could use. A chip that is far too small has
-// many that wait: no more are tried than there are free groups, and of equal sets that fail only the first.
-void
-Fabric::retryBegins() {
-   retry_ = Retry{
-         .left = std::exchange(failed_, {}), .freeGroups = groups_->indexAllocator()->free(), .hopeless = {}};
-}
-
-/// The one being tried has come as far as it can: on to the next one that is worth it.
-void
-Fabric::retryNext() {
-   if (retry_->tried) {
-      retryEnds();
-   }
-   while (!retry_->left.empty()) {
-      auto const address = retry_->left.extract(retry_->left.begin()).value();
-      auto& destination = destinations_.at(address);
-      Destination again{.address = address, .vias = {}, .reason = {}};
-      for (auto const& via : destination.set()->vias) {
-         again.vias.push_back(via.via);
-      }
-      auto const& alike = retry_->hopeless[hashOf(again.vias)];
-      if ((destination.lacksGroup && retry_->freeGroups == 0) ||
-          std::find(alike.begin(), alike.end(), again.vias) != alike.end()) {
-         failed_.insert(failed_.end(), address);
-         continue;
-      }
-      retry_->takesGroup = !destination.group;
-      retry_->room = room();
-      destinationIs(again);
-      retry_->tried = std::move(again);
-      return;
-   }
-   retry_.reset();
-}
-
-void
-Fabric::retryEnds() {
-   auto const tried = *std::exchange(retry_->tried, std::nullopt);
-   bool const isFailed = failed_.contains(tried.address);
-   // What a set gives back that fails again was free before, but for what its group had held.
-   gaveBack_ = false;
-   released_ |= room().exceeds(retry_->room);
-   retry_->freeGroups -= retry_->takesGroup && !isFailed && retry_->freeGroups > 0 ? 1 : 0;
-   if (isFailed && !destinations_.at(tried.address).lacksGroup) {
-      retry_->hopeless[hashOf(tried.vias)].push_back(tried.vias);
-   }
-}
-
+// What lacked room may find some now.
 ViaSet
-Fabric::viaSet(std::vector<DerivedVia> const& vias) {
-   ViaSet set;
-   for (auto const& via : vias) {
-      set.vias.push_back(programmedVia(via));
+Fabric::viaSet(ViaList const& list) {
+   if (auto standing = lists_.find(list); standing && !standing->isShort()) {
+      return {.programmed = std::move(standing)};
    }
-   // Software is for what the chip cannot forward: beside vias that forward it would only take packets away.
-   bool const leavesOut =
-         !settings_.includeUnresolved && std::any_of(set.vias.begin(), set.vias.end(),
-                                                     [](ProgrammedVia const& via) { return via.forwards(); });
-   auto handed = l3ViaFactory();
-   for (auto& via : set.vias) {
-      via.isProgrammed = !(leavesOut && via.isToCpu());
-      if (via.isProgrammed) {
-         handed->viaIs(via.entry, via.via.weight);
-      }
+   std::vector<ProgrammedVia> vias;
+   vias.reserve(list.size());
+   for (auto const& via : list) {
+      vias.push_back(programmedVia(via));
    }
-   set.handed = std::move(handed);
-   return set;
+   return {.programmed = lists_.made(list, std::move(vias))};
 }
 
 ProgrammedVia
 Fabric::programmedVia(DerivedVia const& via) {
    ProgrammedVia programmed{.via = via};
-   switch (via.kind) {
-   case ViaKind::unicast:
-      programmed.entry.nhEntryType = Brix::NextHopEntryType::unicast;
+   programmed.entry.nhEntryType = entryType(via.kind);
+   if (via.kind == ViaKind::unicast) {
       unicastIs(programmed);
-      break;
-   case ViaKind::cpu:
-      programmed.entry.nhEntryType = Brix::NextHopEntryType::receive;
-      break;
-   case ViaKind::drop:
-      programmed.entry.nhEntryType = Brix::NextHopEntryType::drop;
-      break;
    }
    return programmed;
 }
@@ -443,19 +351,16 @@ void
 Fabric::unicastIs(ProgrammedVia& programmed) {
    auto const& via = programmed.via;
    programmed.entry.macAddr = ethAddr(*via.mac);
-   if (!via.port || !via.sourceMac) {
+   ViaContent const content(via);
+   if (!content.forwards()) {
       return;
    }
-   auto const port = ports_.numberIs(*via.port);
+   auto const port = ports_.numberIs(*content.port);
    if (!port) {
       programmed.shortOf = "no port number is free";
       return;
    }
-   InterfaceKey key;
-   key.sourceMac = ethAddr(*via.sourceMac);
-   key.tagged = via.tagged.value_or(false);
-   key.vlan = key.tagged ? via.vlan.value_or(0) : std::uint16_t(0);
-   programmed.interface = interfaces_->use(key);
+   programmed.interface = interfaces_->use(interfaceKey(content));
    if (!programmed.interface) {
       programmed.shortOf = "no interface index is free";
       return;

@@ -3,37 +3,35 @@
 #include "agent/Derive.h"
 #include "agent/Interfaces.h"
 #include "agent/Ports.h"
+#include "agent/ProgrammedVias.h"
+#include "agent/Waiting.h"
 #include "chip/model/Chip.h"
 #include "programmer/L3UnderlayEcmpProgrammer.h"
 #include "tables/L3EcmpGroup0Table.h"
 
 #include <map>
 #include <set>
-#include <unordered_map>
 #include <unordered_set>
 
 namespace L3TunnelAgent {
-
-/// A via as it was handed to the library, or left out.
-struct ProgrammedVia {
-   DerivedVia via;
-   bool isProgrammed{};
-   ZandorL3Tunnel::L3ViaEntry entry{};     ///< what was handed over; meaningless when nothing was
-   Nuv::Ptr<Interfaces::Use> interface {}; ///< that the entry names, if it does
-   std::string shortOf{};                  ///< what there is no room for, so that the CPU serves the via
-
-   /// Whether the chip can forward over it.
-   bool forwards() const { return via.kind == ViaKind::unicast && entry.l2If.isValid(); }
-   bool isToCpu() const { return via.kind == ViaKind::cpu || (via.kind == ViaKind::unicast && !forwards()); }
-};
 
 /// The vias of a destination and the block that holds them.
 struct ViaSet {
    using Handle = Nuv::Ptr<Asic::SwTableBase::EntryHandle const>;
 
-   std::vector<ProgrammedVia> vias;
-   Nuv::Ptr<ZandorL3Tunnel::L3Via const> handed; ///< those that are programmed
-   Handle block;                                 ///< null once the set has failed
+   ProgrammedLists::Ptr programmed;
+   Handle block{}; ///< null once the set has failed
+   ProgrammedVias::Content::InABlock inABlock{};
+
+   std::vector<ProgrammedVia> const& vias() const { return programmed->vias(); }
+   std::size_t members() const { return programmed->handed()->via().size(); }
+
+   /// What it lacks when there is no run for it.
+   Need runNeed() const {
+      return {.kind = Need::Kind::memberRun,
+              .length = std::uint32_t(members()),
+              .content = programmed->content().number()};
+   }
 };
 
 /// How far a destination has come: the state of its wanted set's block until the group has moved there, the
@@ -58,7 +56,6 @@ struct ProgrammedDestination {
    std::uint32_t adjacency{};       ///< key of its group
    DestinationState failure{};      ///< of the wanted set, when that has no block
    std::string reason{};            ///< why there is no route, or why the wanted set failed; else empty
-   bool lacksGroup{};               ///< the wanted set failed because no group was free
    bool tookGroupBack{};            ///< the group was still in use for an earlier set when it was asked for
    std::optional<ViaSet> current{}; ///< the set that the group points at
    std::optional<ViaSet> wanted{};  ///< the newest set, until the group has moved to it
@@ -73,7 +70,7 @@ struct ProgrammedDestination {
 ///
 /// A destination that changes gets its new block first; its group moves there, and what it leaves is given
 /// back when the chip has confirmed that. A set that fails leaves the destination with what it had, and is
-/// asked for again when something was released.
+/// asked for again when something was released that leaves room for it.
 class Fabric {
  public:
    struct Settings {
@@ -134,32 +131,38 @@ class Fabric {
       bool exceeds(Room const& other) const;
    };
 
-   ViaSet viaSet(std::vector<DerivedVia> const& vias);
+   ViaSet viaSet(ViaList const& list);
    ProgrammedVia programmedVia(DerivedVia const& via);
    void unicastIs(ProgrammedVia& programmed);
    void wantedIs(ProgrammedDestination& destination, ViaSet set);
+   void blockIs(ProgrammedDestination& destination, ViaSet set);
    void groupIs(ProgrammedDestination& destination, ViaSet const& set);
    void groupDel(ProgrammedDestination& destination);
    bool follow(ProgrammedDestination& destination);
    bool followAll();
    void failedIs(ProgrammedDestination& destination, DestinationState failure, std::string reason);
+   void lackIs(ProgrammedDestination const& destination, Need::Kind kind);
    void touch(IpAddress const& address);
    bool mayHaveRoom();
    Room room() const;
    bool awaitsAnswers() const;
-   void retryBegins();
    void retryNext();
    void retryEnds();
+   bool isWorthATry(Waiting::Place const& place, Room const& room);
+   std::optional<Need::Kind> lack(ProgrammedDestination const& destination, Room const& room) const;
+   std::optional<ZandorL3Tunnel::L3UnderlayNextHopKey> nextHopKey(ViaContent const& via,
+                                                                  Room const& room) const;
+   bool isRoomFor(ViaContent const& via, Room const& room) const;
+   bool hasNextHops(ProgrammedVias::Content const& content, Room const& room) const;
+   bool mayForwardMore(ViaSet const& set, Room const& room) const;
    bool takeBackPorts();
 
-   /// Those that failed, tried again one after the other.
+   /// Those that wait, tried one after the other where there is room.
    struct Retry {
-      std::set<IpAddress> left;
-      std::size_t freeGroups{};
-      std::unordered_map<std::size_t, std::vector<std::vector<DerivedVia>>> hopeless; // by their hash
-      std::optional<Destination> tried{};                                             // now
-      bool takesGroup{};
-      Room room{}; // before that
+      Waiting::Place at{};                        // the last that was looked at
+      std::unordered_set<std::uint64_t> hopeless; // contents that failed
+      std::optional<Destination> tried{};         // now
+      Room room{};                                // before that
    };
 
    static constexpr Asic::UnitId unit = 0;
@@ -173,9 +176,10 @@ class Fabric {
    Nuv::Ptr<ZandorL3Tunnel::L3UnderlayEcmpProgrammer> programmer_;
    std::unique_ptr<Interfaces> interfaces_;
    Ports ports_;
+   ProgrammedLists lists_;
    std::map<IpAddress, ProgrammedDestination> destinations_;
    std::set<IpAddress> moving_; // their wanted sets have blocks
-   std::set<IpAddress> failed_; // they lack something that may become free
+   Waiting waiting_;
    std::optional<Retry> retry_;
    std::unordered_set<IpAddress> touched_;
    std::uint32_t lastAdjacency_{};
@@ -186,11 +190,5 @@ class Fabric {
    bool settled_{true};
    std::size_t steps_{};
 };
-
-/// The library's form of an Ethernet address.
-inline Fendo::EthAddr
-ethAddr(MacAddress const& mac) {
-   return {mac.bytes};
-}
 
 } // namespace L3TunnelAgent

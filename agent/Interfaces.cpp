@@ -34,6 +34,11 @@ Interfaces::use(InterfaceKey const& key) {
    return use;
 }
 
+Asic::Index
+Interfaces::index(InterfaceKey const& key) const {
+   return indices_->indexForKey(Nuv::nuvType<InterfaceKey>(), &key);
+}
+
 void
 Interfaces::useDel(Use const& use) {
    uses_.erase(use.key());
@@ -43,9 +48,7 @@ Interfaces::useDel(Use const& use) {
 
 bool
 Interfaces::freeLeft() {
-   auto const isGone = [&](InterfaceKey const& key) {
-      return !table_->entryHas(indices_->indexForKey(Nuv::nuvType<InterfaceKey>(), &key));
-   };
+   auto const isGone = [&](InterfaceKey const& key) { return !table_->entryHas(index(key)); };
    auto const gone = std::stable_partition(left_.begin(), left_.end(), std::not_fn(isGone));
    bool const any = gone != left_.end();
    std::for_each(gone, left_.end(), [&](InterfaceKey const& key) {

@@ -50,6 +50,9 @@ class Interfaces {
    /// The entry of that key, written now unless it stands; null when no index is free.
    Nuv::Ptr<Use> use(InterfaceKey const& key);
 
+   /// The index that the entry of that key holds; the invalid one when there is none.
+   Asic::Index index(InterfaceKey const& key) const;
+
    /// Gives back the indices of removed entries that the table has let go; true when there was one.
    bool freeLeft();
 

@@ -68,6 +68,17 @@ TEST_F(DerivationTest, NeighbourThatOneDestinationUsesCostsOne) {
    EXPECT_EQ(derivedNow, 1U);
 }
 
+TEST_F(DerivationTest, DestinationsOfTheSameWaysShareTheirList) {
+   auto const listOf = [&](int number) {
+      return derivation.destinations().at(ip(shared(number))).vias.identity();
+   };
+   EXPECT_EQ(listOf(1), listOf(2));
+   neighbour(2, "10.1.0.2", "02:00:00:00:00:07");
+   EXPECT_EQ(update().size(), destinationCount - 1U);
+   EXPECT_EQ(listOf(1), listOf(destinationCount - 1));
+   EXPECT_NE(listOf(1), derivation.destinations().at(ip(single)).vias.identity());
+}
+
 TEST_F(DerivationTest, EntriesOfOneObjectNameItsDestinationsUntilTheLastHasGone) {
    auto const entry = [](int number) {
       return VxlanKey{.device = vxlan, .mac = mac("02:00:00:00:01:0" + std::to_string(number))};

@@ -148,7 +148,7 @@ class RandomFabric {
       ASSERT_FALSE(failed.reason.empty()) << text(failed.state());
       auto const& members = *fabric_.programmer().l3EcmpMemberTable()->indexAllocator();
       if (failed.reason.starts_with("no run of")) {
-         ASSERT_LT(members.largestFreeRun(), failed.wanted->handed->via().size()) << failed.reason;
+         ASSERT_LT(members.largestFreeRun(), failed.wanted->members()) << failed.reason;
       } else if (hasInterfacesForAll_ && !owesAnswers()) {
          checkThereIsNoRoom(failed);
       }
@@ -163,7 +163,7 @@ class RandomFabric {
 
    static std::vector<DerivedVia> derived(ViaSet const& set) {
       std::vector<DerivedVia> vias;
-      for (auto const& each : set.vias) {
+      for (auto const& each : set.vias()) {
          vias.push_back(each.via);
       }
       return vias;

@@ -20,7 +20,7 @@ using testing::IsEmpty;
 std::vector<DerivedVia>
 servedVias(ViaSet const& set) {
    std::vector<DerivedVia> vias;
-   for (auto const& via : set.vias) {
+   for (auto const& via : set.vias()) {
       vias.push_back(via.shortOf.empty() ? via.via : otherVia(ViaKind::cpu));
    }
    return vias;
@@ -149,7 +149,7 @@ TEST(FullTables, LeaveEachDestinationServedOrFailedWithItsReason) {
          for (auto const& [address, destination] : agent->fabric().destinations()) {
             auto const* set = destination.set();
             anyIsShort |= set && (destination.state() != DestinationState::success ||
-                                  std::any_of(set->vias.begin(), set->vias.end(),
+                                  std::any_of(set->vias().begin(), set->vias().end(),
                                               [](auto const& via) { return !via.shortOf.empty(); }));
          }
          expectSound(*agent);

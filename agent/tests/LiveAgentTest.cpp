@@ -79,7 +79,7 @@ class LiveAgentTest : public testing::Test {
       auto const& all = live_->agent().fabric().destinations();
       auto const found = all.find(StateBuilder::ip(destination));
       if (found != all.end() && found->second.state() == DestinationState::success) {
-         for (auto const& via : found->second.current->vias) {
+         for (auto const& via : found->second.current->vias()) {
             result.push_back(live_->agent().kernel().linkName(via.via.port.value_or(0)));
          }
       }

@@ -128,7 +128,7 @@ destinationJson(Agent const& agent, NextHopIndices& nextHops, ProgrammedDestinat
    auto const row = groupRowOf(agent.fabric(), destination);
    Json vias = Json::array();
    if (auto const* set = destination.set()) {
-      for (auto const& via : set->vias) {
+      for (auto const& via : set->vias()) {
          vias.push_back(viaJson(agent.kernel(), nextHops, *set, via));
       }
    }

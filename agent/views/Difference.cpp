@@ -174,10 +174,10 @@ pictureOf(KernelState const& kernel, ProgrammedDestination const& destination) {
    }
    if (destination.current && destination.current->block) {
       picture.block = destination.current->block->hwEntryIndex();
-      picture.paths = destination.current->handed->via().size();
+      picture.paths = destination.current->members();
    }
    if (auto const* set = destination.set()) {
-      for (auto const& via : set->vias) {
+      for (auto const& via : set->vias()) {
          picture.vias.push_back(viaText(kernel, via) + headerText(via.via));
       }
    }

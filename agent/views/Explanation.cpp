@@ -21,7 +21,7 @@ remedy(Fabric const& fabric, ProgrammedDestination const& destination) {
    if (!destination.wanted) {
       return "It had been programmed. It is asked for again when its vias change.";
    }
-   auto const members = destination.wanted->handed->via().size();
+   auto const members = destination.wanted->members();
    auto const most = std::min<std::size_t>(
          largestBlock,
          fabric.chip().table(ModelChip::L3UnderlayEcmpMember1Table::layout.table)->numEntries());
@@ -90,7 +90,7 @@ neighbourText(DerivedVia const& via) {
 std::string
 viasText(Agent const& agent, ViaSet const& set, std::string const& title, Paint const& paint) {
    TextTable table(title, {"via (device@port)", "neighbour", "what becomes of it"});
-   for (auto const& via : set.vias) {
+   for (auto const& via : set.vias()) {
       auto const style = !isInTheChip(set, via) ? Style::bad : via.isToCpu() ? Style::waiting : Style::good;
       table.rowIs({viaText(agent.kernel(), via), neighbourText(via.via), {fate(agent, set, via), style}});
    }

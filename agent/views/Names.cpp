@@ -50,7 +50,7 @@ namespace {
 std::string
 viasText(KernelState const& kernel, ViaSet const& set) {
    std::string text;
-   for (auto const& via : set.vias) {
+   for (auto const& via : set.vias()) {
       text += (text.empty() ? "" : ", ") + viaText(kernel, via);
    }
    return text;

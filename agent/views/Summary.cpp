@@ -24,7 +24,7 @@ constexpr auto lastFailureShown = DestinationState::failed;
 bool
 losesWeights(ViaSet const& set) {
    std::optional<unsigned> first;
-   return std::any_of(set.vias.begin(), set.vias.end(), [&](ProgrammedVia const& via) {
+   return std::any_of(set.vias().begin(), set.vias().end(), [&](ProgrammedVia const& via) {
       if (!via.isProgrammed) {
          return false;
       }
@@ -35,7 +35,7 @@ losesWeights(ViaSet const& set) {
 
 void
 viasAre(Summary& summary, ViaSet const& set) {
-   for (auto const& via : set.vias) {
+   for (auto const& via : set.vias()) {
       ++summary.vias;
       summary.viasLeftOut += via.isProgrammed ? 0 : 1;
       summary.viasShort += via.shortOf.empty() ? 0 : 1;

@@ -22,7 +22,7 @@ Users::destinationIs(ProgrammedDestination const& destination) {
       if ((*set)->block) {
          blockIs(destination.address, *(*set)->block);
       }
-      for (auto const& via : (*set)->vias) {
+      for (auto const& via : (*set)->vias()) {
          viaIs(destination.address, via);
       }
    }
