@@ -148,11 +148,22 @@ MetricsServer::accepted(tcp::socket socket) {
    client->start();
 }
 
+/// Any user of this machine may ask, and to make metrics holds the loop up.
+std::string const&
+MetricsServer::content() {
+   auto const now = std::chrono::steady_clock::now();
+   if (!madeAt_ || now >= *madeAt_ + settings_.freshness) {
+      made_ = content_();
+      madeAt_ = now;
+   }
+   return made_;
+}
+
 std::string
-MetricsServer::answer(std::string const& head) const {
+MetricsServer::answer(std::string const& head) {
    auto const outcome = httpOutcome(head, "/metrics");
    try {
-      return httpAnswer(outcome, outcome.status == 200 ? content_() : std::string());
+      return httpAnswer(outcome, outcome.status == 200 ? content() : std::string());
    } catch (std::exception const&) {
       return httpAnswer({.status = 503, .isHeadOnly = outcome.isHeadOnly}, "");
    }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -19,8 +20,9 @@ class MetricsServer {
    struct Settings {
       std::uint16_t port{}; ///< 0 takes one that is free
       std::size_t mostClients{16};
-      std::size_t largestHead{8192};            ///< of a request, in bytes
-      std::chrono::milliseconds patience{5000}; ///< for a request to come, and for its answer to be read
+      std::size_t largestHead{8192};             ///< of a request, in bytes
+      std::chrono::milliseconds patience{5000};  ///< for a request to come, and for its answer to be read
+      std::chrono::milliseconds freshness{1000}; ///< for so long what was made is served again
    };
 
    /// Listens from now on. `content` makes the metrics, and throws nothing but std::exception.
@@ -40,10 +42,13 @@ class MetricsServer {
 
    void accept();
    void accepted(asio::ip::tcp::socket socket);
-   std::string answer(std::string const& head) const;
+   std::string answer(std::string const& head);
+   std::string const& content();
 
    Settings settings_;
    std::function<std::string()> content_;
+   std::string made_;
+   std::optional<std::chrono::steady_clock::time_point> madeAt_;
    asio::ip::tcp::acceptor acceptor_;
    asio::steady_timer pause_;
    std::set<std::shared_ptr<Client>> clients_;

@@ -41,6 +41,7 @@ class MetricsServerTest : public testing::Test {
          if (isBroken) {
             throw std::runtime_error("broken");
          }
+         ++made;
          return std::string("up 1\n");
       });
       port = server->port();
@@ -68,6 +69,7 @@ class MetricsServerTest : public testing::Test {
    asio::io_context loop;
    asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(loop);
    std::atomic<bool> isBroken{};
+   std::atomic<int> made{};
    std::unique_ptr<MetricsServer> server;
    std::uint16_t port{};
    std::thread thread;
@@ -83,6 +85,18 @@ TEST_F(MetricsServerTest, MetricsAreThere) {
    EXPECT_THAT(answer("GET / HTTP/1.0\r\n\r\n"), StartsWith("HTTP/1.1 404 "));
    EXPECT_THAT(answer("PUT /metrics HTTP/1.0\r\n\r\n"), StartsWith("HTTP/1.1 405 "));
    EXPECT_THAT(answer("\r\n\r\n"), StartsWith("HTTP/1.1 400 "));
+}
+
+TEST_F(MetricsServerTest, MetricsAreNotMadeForEachWhoAsks) {
+   auto const begin = std::chrono::steady_clock::now();
+   for (int count = 0; count < 50; ++count) {
+      EXPECT_THAT(answer(request), EndsWith("up 1\n"));
+   }
+   EXPECT_LE(made, 1 + (std::chrono::steady_clock::now() - begin) / settings().freshness);
+   std::this_thread::sleep_for(settings().freshness);
+   int const before = made;
+   EXPECT_THAT(answer(request), EndsWith("up 1\n"));
+   EXPECT_EQ(made, before + 1);
 }
 
 TEST_F(MetricsServerTest, OnlyThisMachinesOwnAddressListens) {

@@ -106,6 +106,8 @@ TEST_P(Reaction, ToASpineThatGoesDownIsQuickAndWritesNoRowInVain) {
    EXPECT_NE(before, after);
    EXPECT_GE(rows, fewest) << "the fewest are no fewer";
    EXPECT_LE(rows, fewest + fewest / 4);
+   EXPECT_EQ(live.agent().rows().needless(), 0U);
+   EXPECT_LT(processor.count(), 2.0) << "whatever else the machine does";
    EXPECT_EQ(live.counters().overruns, overrunsBefore);
    EXPECT_THAT(audit(live.agent().fabric()).findings, testing::IsEmpty());
 }
