@@ -1,6 +1,6 @@
 #include "agent/live/KernelReader.h"
 
-#include "agent/tests/TestKernel.h"
+#include "agent/tests/KernelTest.h"
 
 #include <chrono>
 #include <filesystem>
@@ -43,20 +43,11 @@ class Heard final : public KernelListener {
 };
 
 /// A reader of a kernel of the test's own.
-class KernelReaderTest : public testing::Test {
+class KernelReaderTest : public KernelTest {
  protected:
    void SetUp() override {
       if (!kernel_.isThere()) {
          GTEST_SKIP() << "no network namespace can be made here; DumpReaderTest covers what replies come to";
-      }
-   }
-
-   template <typename Condition>
-   void runUntil(Condition const& condition) {
-      auto const deadline = std::chrono::steady_clock::now() + 20s;
-      while (!condition()) {
-         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
-         loop_.run_one_for(50ms);
       }
    }
 
@@ -85,8 +76,6 @@ class KernelReaderTest : public testing::Test {
       return after;
    }
 
-   TestKernel kernel_;
-   asio::io_context loop_;
    Counters counters_;
    Heard heard_;
 };

@@ -1,6 +1,5 @@
-#include "agent/live/LiveAgent.h"
+#include "agent/tests/KernelTest.h"
 #include "agent/tests/StateBuilder.h"
-#include "agent/tests/TestKernel.h"
 #include "agent/views/Audit.h"
 
 #include <chrono>
@@ -20,7 +19,7 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 /// An agent that follows a kernel of the test's own.
-class LiveAgentTest : public testing::Test {
+class LiveAgentTest : public KernelTest {
  protected:
    void SetUp() override {
       if (!kernel_.isThere()) {
@@ -39,15 +38,6 @@ class LiveAgentTest : public testing::Test {
       runUntil([&] { return isCaughtUp; });
       EXPECT_TRUE(live_->isCaughtUp());
       live_->hooks().caughtUp = {};
-   }
-
-   template <typename Condition>
-   void runUntil(Condition const& condition) {
-      auto const deadline = std::chrono::steady_clock::now() + 20s;
-      while (!condition()) {
-         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
-         loop_.run_one_for(50ms);
-      }
    }
 
    /// Runs the loop until so many kinds of the kernel's state are read.
@@ -89,20 +79,13 @@ class LiveAgentTest : public testing::Test {
    /// What differs between what was followed and what a new agent reads now, but for neighbours, which time
    /// out by themselves.
    Changes differenceToFresh() {
-      asio::io_context loop;
-      LiveAgent fresh(loop, {});
-      fresh.hooks().caughtUp = [&] {
-         if (fresh.isCaughtUp()) {
-            loop.stop();
-         }
-      };
-      fresh.start();
-      loop.run_for(20s);
-      EXPECT_TRUE(fresh.isCaughtUp());
-      loop_.poll();
-      KernelState known = live_->agent().kernel();
-      known.becomes(fresh.agent().kernel());
-      auto changes = known.takeChanges();
+      Changes changes;
+      withFreshAgent([&](Agent const& fresh) {
+         loop_.poll();
+         KernelState known = live_->agent().kernel();
+         known.becomes(fresh.kernel());
+         changes = known.takeChanges();
+      });
       changes.neighbours.clear();
       return changes;
    }
@@ -149,8 +132,6 @@ class LiveAgentTest : public testing::Test {
       runUntil([&] { return ways(destination) == expected; });
    }
 
-   TestKernel kernel_;
-   asio::io_context loop_;
    std::unique_ptr<LiveAgent> live_;
    std::vector<std::string> log_;
 };

@@ -1,10 +1,9 @@
 #include "agent/live/Recorder.h"
 
 #include "agent/Agent.h"
-#include "agent/live/LiveAgent.h"
+#include "agent/tests/KernelTest.h"
 #include "agent/tests/StateBuilder.h"
 #include "agent/tests/TemporaryFile.h"
-#include "agent/tests/TestKernel.h"
 
 #include <chrono>
 
@@ -14,7 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-class RecorderTest : public testing::Test {
+class RecorderTest : public KernelTest {
  protected:
    void SetUp() override {
       if (!kernel_.isThere()) {
@@ -26,30 +25,11 @@ class RecorderTest : public testing::Test {
 
    /// What the kernel has now.
    static std::map<IpAddress, Destination> destinationsNow() {
-      asio::io_context loop;
-      LiveAgent live(loop, {});
-      live.hooks().caughtUp = [&] {
-         if (live.isCaughtUp()) {
-            loop.stop();
-         }
-      };
-      live.start();
-      loop.run_for(20s);
-      EXPECT_TRUE(live.isCaughtUp());
-      return live.agent().derivation().destinations();
+      std::map<IpAddress, Destination> destinations;
+      withFreshAgent([&](Agent const& fresh) { destinations = fresh.derivation().destinations(); });
+      return destinations;
    }
 
-   template <typename Condition>
-   void runUntil(Condition const& condition) {
-      auto const deadline = std::chrono::steady_clock::now() + 20s;
-      while (!condition()) {
-         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it did not come that far";
-         loop_.run_one_for(50ms);
-      }
-   }
-
-   TestKernel kernel_;
-   asio::io_context loop_;
    TemporaryFile file_;
    RecordingWriter writer_{file_.path(), RecordingWriter::Existing::replaced};
 };
