@@ -1,6 +1,7 @@
 #include "agent/Fabric.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 // How those that failed are asked for again: one after the other, so that none holds what only the next one
 // could use, and only where there is room for what they lack. A chip that is far too small has many that
@@ -17,6 +18,19 @@ bool
 isHeld(L3NextHop2Table const& table, L3UnderlayNextHopKey const& key) {
    return table.indexAllocator()->indexForKey(Nuv::nuvType<L3UnderlayNextHopKey>(), &key) !=
           Asic::invalidIndex;
+}
+
+/// Why a set is not tried again that lacks something else than it did when it failed.
+std::string
+reasonOf(Need::Kind kind, ViaSet const& set) {
+   switch (kind) {
+   case Need::Kind::group:
+      return "no group index is free";
+   case Need::Kind::memberRun:
+      return fmt::format("no run of {} member rows is free", set.members());
+   default:
+      return "too few next-hop indices are free";
+   }
 }
 
 } // namespace
@@ -100,7 +114,7 @@ Fabric::isWorthATry(Waiting::Place const& place, Room const& room) {
       retry_->at = Waiting::Place::after(need.kind);
       return false;
    }
-   auto const& destination = destinations_.at(*place.address);
+   auto& destination = destinations_.at(*place.address);
    auto const& set = *destination.set();
    if (retry_->hopeless.contains(set.programmed->content().number())) {
       if (need.content != 0) {
@@ -119,6 +133,8 @@ Fabric::isWorthATry(Waiting::Place const& place, Room const& room) {
       retry_->at = Waiting::Place::after(need);
    } else if (kind) {
       lackIs(destination, *kind);
+      destination.reason = reasonOf(*kind, set);
+      touched_.insert(destination.address);
    }
    return !kind;
 }

@@ -405,6 +405,24 @@ TEST_F(FabricTest, SetLacksOnlyTheNextHopsThatNobodyBrought) {
    EXPECT_EQ(reached(small, 2), wanted(small, two)) << "one index is free, and another has brought the other";
 }
 
+TEST_F(FabricTest, ReasonIsWhatIsLackingNow) {
+   Fabric small({.sizes = {{memberTable, 4}, {ingTable, 4}}, .includeUnresolved = false, .dropToCpu = false});
+   std::vector<DerivedVia> const three{unicastVia(1, 1), unicastVia(2, 1), unicastVia(3, 1)};
+   program(small, 1, {unicastVia(1, 1), unicastVia(2, 1)});
+   program(small, 2, three);
+   EXPECT_EQ(small.destinations().at(address(2)).reason, "no run of 3 member rows is free");
+   program(small, 3, {unicastVia(7, 1)});
+   small.destinationDel(address(1));
+   small.settle();
+   small.takeTouched();
+   program(small, 3, {unicastVia(8, 1)}); // to the first row, so that the other three are free
+   EXPECT_EQ(small.destinations().at(address(2)).reason, "too few next-hop indices are free");
+   EXPECT_THAT(small.takeTouched(), ElementsAre(address(2), address(3)));
+   small.destinationDel(address(3));
+   small.settle();
+   EXPECT_EQ(reached(small, 2), wanted(small, three));
+}
+
 TEST_F(FabricTest, ChangeWithoutRoomLeavesTheOldSetInForce) {
    Fabric small({.sizes = {{memberTable, 3}}, .includeUnresolved = false, .dropToCpu = false});
    program(small, 1, {unicastVia(1, 1), unicastVia(2, 2)});
