@@ -96,10 +96,11 @@ Fabric::retryNext() {
 void
 Fabric::retryEnds() {
    auto const tried = *std::exchange(retry_->tried, std::nullopt);
-   // What a set gives back that fails again was free before, but for what its group had held.
-   gaveBack_ = false;
-   released_ |= room().exceeds(retry_->room);
    auto const* need = waiting_.need(tried.address);
+   // What a set gives back that fails again was free before, but for what its group had held. One that has
+   // found room has brought what those that were passed over may share.
+   gaveBack_ = false;
+   released_ |= !need || room().exceeds(retry_->room);
    if (need && need->kind != Need::Kind::group && need->kind != Need::Kind::interface) {
       retry_->hopeless.insert(destinations_.at(tried.address).set()->programmed->content().number());
    }
