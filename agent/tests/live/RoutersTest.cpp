@@ -147,16 +147,20 @@ TEST_F(Routers, DestinationsGoWithTheLeafsOwnBgpdAndComeBackWithIt) {
    expectAllWays("the leaf's bgpd is back");
 }
 
-/// Without zebra the kernel keeps its routes; a new one takes them all out, and bgpd has to begin anew for
-/// it.
+/// Without zebra the kernel keeps its routes. A new one takes out those that it knows for its predecessor's:
+/// mostly all, sometimes only next hops of theirs. bgpd has to begin anew for it.
 TEST_F(Routers, TheLeafsOwnZebraMayBeKilledAndStartedAnew) {
    underTest().kill("zebra");
    sleepFor(Seconds(0.5));
    EXPECT_THAT(faults(lut(), agent(), agentLimit), testing::IsEmpty());
-   underTest().start("zebra");
    underTest().kill("bgpd");
-   expect("the leaf's zebra is new", [](Destinations const& now) {
-      return forwarding(now, Topology::tunnelEnd(2)) == 0 && forwarding(now, Topology::tunnelEnd(3)) == 0;
+   underTest().start("zebra");
+   Destinations before;
+   int readingsAlike = 0;
+   expect("the leaf's zebra is new", [&](Destinations const& now) {
+      readingsAlike = now == before ? readingsAlike + 1 : 0;
+      before = now;
+      return readingsAlike == 20;
    });
    underTest().start("bgpd");
    expectAllWays("bgpd is new too");
