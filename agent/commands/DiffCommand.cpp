@@ -8,7 +8,7 @@ namespace L3TunnelAgent {
 
 namespace {
 
-struct Options {
+struct DiffOptions {
    Source source;
    std::string from;
    std::optional<std::string> to;
@@ -30,7 +30,7 @@ markOf(Marks const& marks, std::string const& option, std::string const& name) {
 }
 
 Answer
-runningDiff(Options const& options, RunningAgent const& running, Paint const& paint) {
+runningDiff(DiffOptions const& options, RunningAgent const& running, Paint const& paint) {
    auto const& before = markOf(running.marks, "--from", options.from).picture;
    if (!options.to) {
       return {.text = differenceText(running.agent, before, paint)};
@@ -44,7 +44,7 @@ runningDiff(Options const& options, RunningAgent const& running, Paint const& pa
 }
 
 Answer
-run(Options options, Context& context) {
+run(DiffOptions options, Context& context) {
    positionalsAre(context, options.source);
    if (context.running) {
       return runningDiff(options, *context.running, context.paint);
@@ -66,7 +66,7 @@ run(Options options, Context& context) {
 
 Command
 diffCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<DiffOptions>();
    auto* const command = app.add_subcommand(
          "diff", "show what a change did: destinations that moved, rows written, in order");
    recordingIs(*command, options->source);

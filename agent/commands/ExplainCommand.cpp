@@ -7,13 +7,13 @@ namespace L3TunnelAgent {
 
 namespace {
 
-struct Options {
+struct ExplainOptions {
    Source source;
    std::optional<std::string> destination;
 };
 
 Answer
-run(Options options, Context& context) {
+run(ExplainOptions options, Context& context) {
    positionalsAre(context, options.source, &options.destination);
    auto const destination = destinationOf(*options.destination);
    Subject const subject(context, options.source);
@@ -27,7 +27,7 @@ run(Options options, Context& context) {
 
 Command
 explainCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<ExplainOptions>();
    auto* const command = app.add_subcommand("explain", "say why a destination is as it is");
    recordingIs(*command, options->source);
    wordIs(*command, "DESTINATION", options->destination, "address of the tunnel's far end");

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t mostFlows = 1000000;
 constexpr std::size_t mostFlowsRunning = 10000; // of a running agent, which does nothing else meanwhile
 
-struct Options {
+struct LookupOptions {
    Source source;
    std::optional<std::string> destination;
    std::string flow;
@@ -19,7 +19,7 @@ struct Options {
 };
 
 ModelChip::Flow
-flowOf(Options const& options, IpAddress const& destination) {
+flowOf(LookupOptions const& options, IpAddress const& destination) {
    auto flow = tunnelFlow(destination);
    try {
       if (!options.flow.empty()) {
@@ -32,7 +32,7 @@ flowOf(Options const& options, IpAddress const& destination) {
 }
 
 Answer
-run(Options options, Context& context) {
+run(LookupOptions options, Context& context) {
    positionalsAre(context, options.source, &options.destination);
    if (context.running && options.spread > mostFlowsRunning) {
       throw UsageError(
@@ -55,7 +55,7 @@ run(Options options, Context& context) {
 
 Command
 lookupCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<LookupOptions>();
    auto* const command = app.add_subcommand("lookup", "forward a packet as the chip would, row by row");
    recordingIs(*command, options->source);
    wordIs(*command, "DESTINATION", options->destination, "address of the tunnel's far end");

@@ -9,7 +9,7 @@ namespace L3TunnelAgent {
 
 namespace {
 
-struct Options {
+struct MarkOptions {
    Asked asked;
    std::optional<std::string> name;
    bool isDeleted{};
@@ -26,7 +26,7 @@ marksText(RunningAgent const& running, Paint const& paint) {
 }
 
 Answer
-run(Options const& options, Context const& context) {
+run(MarkOptions const& options, Context const& context) {
    auto& marks = context.running->marks;
    if (!options.name) {
       if (options.isDeleted) {
@@ -52,7 +52,7 @@ run(Options const& options, Context const& context) {
 
 Command
 markCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<MarkOptions>();
    auto* const command = app.add_subcommand(
          "mark", "mark this moment of the running agent for diff; without NAME, show the marks");
    wordIs(*command, "NAME", options->name,

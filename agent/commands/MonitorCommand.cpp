@@ -8,13 +8,13 @@ namespace L3TunnelAgent {
 
 namespace {
 
-struct Options {
+struct MonitorOptions {
    Asked asked;
    bool json{};
 };
 
 Answer
-run(Options const& options, Context const& context) {
+run(MonitorOptions const& options, Context const& context) {
    auto const count = context.running->agent.fabric().destinations().size();
    auto const time = timeText(std::chrono::system_clock::now());
    if (options.json) {
@@ -29,7 +29,7 @@ run(Options const& options, Context const& context) {
 
 Command
 monitorCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<MonitorOptions>();
    auto* const command = app.add_subcommand(
          "monitor", "tell of the running agent's changes as they happen, until interrupted");
    command->add_flag("--json", options->json, "print a JSON document on each line");

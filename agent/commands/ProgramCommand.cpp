@@ -10,7 +10,7 @@ namespace L3TunnelAgent {
 
 namespace {
 
-struct Options {
+struct ProgramOptions {
    Source source;
    bool json{};
 };
@@ -29,7 +29,7 @@ programJson(std::string const& recording, Agent const& agent) {
 }
 
 Answer
-run(Options const& options, Context& context) {
+run(ProgramOptions const& options, Context& context) {
    if (!options.source.recording) {
       throw UsageError("RECORDING is required");
    }
@@ -43,7 +43,7 @@ run(Options const& options, Context& context) {
 
 Command
 programCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<ProgramOptions>();
    auto* const command = app.add_subcommand("program", "program the chip from a recording and sum up");
    recordingIs(*command, options->source);
    untilIs(*command, options->source);

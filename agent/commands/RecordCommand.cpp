@@ -16,7 +16,7 @@ namespace {
 // A hundred years.
 constexpr double longestDuration = 3.2e9;
 
-struct Options {
+struct RecordOptions {
    std::string file;
    KernelReader::Settings kernel;
    std::optional<double> duration; // seconds
@@ -24,7 +24,7 @@ struct Options {
 };
 
 RecordingWriter
-writerOf(Options const& options) {
+writerOf(RecordOptions const& options) {
    if (!options.force && options.file != "-" && std::filesystem::exists(options.file)) {
       throw UsageError(fmt::format("FILE {}: is there already; --force replaces it", options.file));
    }
@@ -33,7 +33,7 @@ writerOf(Options const& options) {
 }
 
 std::string
-summary(Options const& options, Counters const& counters) {
+summary(RecordOptions const& options, Counters const& counters) {
    auto text = fmt::format("{}: {} of the kernel's state, {} recorded", options.file,
                            counted(counters.dumps, "part", "parts"),
                            counted(counters.messages, "announcement", "announcements"));
@@ -41,7 +41,7 @@ summary(Options const& options, Counters const& counters) {
 }
 
 Answer
-run(Options const& options, Context& context) {
+run(RecordOptions const& options, Context& context) {
    auto writer = writerOf(options);
    asio::io_context loop(1);
    Recorder recorder(loop, options.kernel, writer);
@@ -77,7 +77,7 @@ run(Options const& options, Context& context) {
 
 Command
 recordCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<RecordOptions>();
    auto* const command = app.add_subcommand(
          "record", "record what this machine's kernel has and announces, until interrupted");
    command

@@ -19,7 +19,7 @@ namespace {
 // With --oneshot, of a state that changes all the while.
 constexpr int mostReadings = 3;
 
-struct Options {
+struct RunOptions {
    LiveAgent::Settings settings;
    OperatorOptions operatorOptions;
    bool oneshot{};
@@ -88,7 +88,7 @@ newLiveAgent(asio::io_context& loop, LiveAgent::Settings const& settings) {
 }
 
 Answer
-run(Options options, Context& context) {
+run(RunOptions options, Context& context) {
    options.settings.fabric = context.settings;
    asio::io_context loop(1);
    auto const live = newLiveAgent(loop, options.settings);
@@ -132,7 +132,7 @@ run(Options options, Context& context) {
 
 Command
 runCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<RunOptions>();
    auto* const command =
          app.add_subcommand("run", "program the chip from this machine's kernel, and follow it");
    command

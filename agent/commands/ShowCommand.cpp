@@ -13,7 +13,7 @@ namespace {
 
 using Sections = std::vector<Section const*>;
 
-struct Options {
+struct ShowOptions {
    Source source;
    std::vector<std::string> positionals;
    bool json{};
@@ -72,7 +72,7 @@ showText(Sections const& sections, View const& view, bool hasRows, Paint const& 
 }
 
 Json
-showJson(Sections const& sections, View const& view, Options const& options) {
+showJson(Sections const& sections, View const& view, ShowOptions const& options) {
    auto const& recording = options.source.recording;
    auto document = objectOf(sections.size() + 3);
    document["recording"] = recording ? Json(*recording) : Json();
@@ -90,7 +90,7 @@ showJson(Sections const& sections, View const& view, Options const& options) {
 }
 
 Answer
-run(Options options, Context& context) {
+run(ShowOptions options, Context& context) {
    // What was parsed as sections and recording together ends with the recording, if there is one.
    if (!context.running && !options.positionals.empty()) {
       options.source.recording = options.positionals.back();
@@ -109,7 +109,7 @@ run(Options options, Context& context) {
 
 Command
 showCommand(CLI::App& app) {
-   auto options = std::make_shared<Options>();
+   auto options = std::make_shared<ShowOptions>();
    auto* const command = app.add_subcommand("show", "show the software tables");
    // A list that another positional follows would take that one as well: they are one list here, and parted
    // above.
