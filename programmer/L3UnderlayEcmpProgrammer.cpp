@@ -35,6 +35,15 @@ keyOf(L3ViaEntry const& via) {
    return key;
 }
 
+void
+populateEcmpBlock(L3UnderlayEcmpMember1Table::EntryBlock& block, std::uint32_t position,
+                  L3UnderlayEcmpProgrammer::HandlePtr nextHop) {
+   L3UnderlayEcmpMember1Table::Entry member;
+   member.underlayEcmpNextHopIndexHandle = std::move(nextHop);
+   member.strengthProfile = memberStrengthProfile;
+   block.entryIs(position, std::move(member));
+}
+
 } // namespace
 
 L3UnderlayEcmpProgrammer::L3UnderlayEcmpProgrammer(Fcsd const& fcsd, KalloEm const& kalloEm,
@@ -153,10 +162,7 @@ L3UnderlayEcmpProgrammer::getEcmpBlockHandle(Nuv::Ptr<L3Via const> const& vias, 
       L3ViaEntry const via = at->key();
       DUOLOG(trace, TraceLevel::programmer, "getEcmpBlockHandle", " nextHop: entryType=", via.nhEntryType,
              ";macAddr=", via.macAddr, "; l2If=", via.l2If, "; l3Id=", via.l3Id);
-      L3UnderlayEcmpMember1Table::Entry member;
-      member.underlayEcmpNextHopIndexHandle = nextHopHandle(via, isCpuDrop);
-      member.strengthProfile = memberStrengthProfile;
-      block.entryIs(position++, std::move(member));
+      populateEcmpBlock(block, position++, nextHopHandle(via, isCpuDrop));
    }
    auto ecmpBlockHandle = l3EcmpMemberTable_->entryBlockRef(block);
    NUV_ASSERT(ecmpBlockHandle, "");

@@ -4,6 +4,7 @@
 #include "platform/nuv/AllSteps.h"
 #include "platform/nuv/Export.h"
 #include "swtable/AccessorBase.h"
+#include "swtable/LeavingHandle.h"
 #include "swtable/TableEntryHandle.h"
 
 #include <optional>
@@ -24,6 +25,7 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    using ResponseFunction = SwTableBase::ResponseFunction;
 
    static constexpr bool isBlock = ZandorL3Tunnel::BlockKey<Key>;
+   static constexpr bool entriesMayWait = isBlock || HasDependentFields<Entry>;
 
    explicit Accessor(T* table) : swTable_(table) {}
 
@@ -71,12 +73,14 @@ class ZANDOR_EXPORT Asic::SwTable::Accessor : private ZandorL3Tunnel::AccessorBa
    bool isRowBeingCleared(Handle const& eh) const;
    void beginDeleteDance(Handle& eh, bool isRegistered) const;
    void completeDeleteDance(Handle& eh) const;
-   void releaseHwIndex(Handle& eh) const;
+   using Leaving = ZandorL3Tunnel::LeavingHandle<T>;
+   void releaseHwIndex(Handle& eh, Leaving const& leaving) const;
    void write(Handle& eh, Entry const& entry) const;
    void writeWaiting(Handle& eh, Entry const& entry) const;
    void unresolvedEntryIs(Handle& eh, ZandorL3Tunnel::WaitingValue<T, Key> value) const;
    void unresolvedEntryDel(Handle& eh) const;
    void unresolvedEntryDrop(Handle& eh) const;
+   static bool isResolving(Handle const& eh);
    void initUnresolvedEntry(Handle& eh, Waiting& ue) const;
    template <class Take>
    void forEachResolved(Take&& take) const;

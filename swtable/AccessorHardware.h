@@ -88,6 +88,7 @@ SwTable::Accessor<T>::handleEntry(Key const& key) const {
    auto eh = swTable_->handles().find(key);
    // A newer value that waits is programmed when it resolves.
    if (eh && eh->isResolved() && !eh->unresolvedEntry()) {
+      eh->writeIs();
       handleEntry(*eh);
    }
 }
@@ -110,6 +111,7 @@ SwTable::Accessor<T>::hwTableEntryIs(Handle& eh) const {
    Index base = swTable_->doAcquireHwIndex(eh.key()).value_or(invalidIndex);
    MIRELOG(T::traceFacility(), TraceLevel::hardware, "hwTableEntryIs {} at {}", eh.creationNumber(), base);
    eh.isRowRefusedIs(false);
+   eh.isRowTakenIs(false);
    if (base == invalidIndex) {
       swTable_->hwIndexFailed();
       DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
@@ -246,7 +248,10 @@ SwTable::Accessor<T>::resolvedEntryDelAll() const {
 template <class T>
 void
 SwTable::Accessor<T>::hwTableEntryDelAll() const {
-   forEachResolved([this](Handle& eh) { hwTableEntryDel(eh); });
+   forEachResolved([this](Handle& eh) {
+      eh.isRowTakenIs(true);
+      hwTableEntryDel(eh);
+   });
 }
 
 template <class T>
@@ -309,12 +314,19 @@ SwTable::Accessor<T>::handleRowDeleted(Handle& eh) const {
    }
 }
 
-// All rows of a block come back together: each is confirmed once more.
+// All rows of a block come back together: each is confirmed once more. What was refused before is tried
+// again.
 template <class T>
 void
 SwTable::Accessor<T>::handleRowReturned(Handle& eh) const {
+   Nuv::Ptr<Handle> alive(&eh);
    auto base = swTable_->heldHwIndex(eh.key());
-   if (eh.isResolved() && swTable_->util() && isInHwTable(eh, base)) {
+   if (!eh.isResolved() || !swTable_->util() || !isInHwTable(eh, base)) {
+      return;
+   }
+   if (eh.isRowRefused() && !eh.unresolvedEntry()) {
+      handleEntry(eh);
+   } else {
       rowsAre(eh, base);
    }
 }

@@ -40,7 +40,7 @@ void
 SwTable::Accessor<T>::beginDeleteDance(Handle& eh, bool isRegistered) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
-          " begin delete dance, key :", eh.key());
+          entriesMayWait ? " begin delete dance, key : " : " begin delete dance, key :", eh.key());
    ACCESSOR_ASSERT(isRegistered, "swTable_->entryHandleHas( key )", Nuv::text("key: ", eh.key()));
    Nuv::Ptr<Handle> alive(&eh);
    eh.referenceAdd();
@@ -68,7 +68,7 @@ void
 SwTable::Accessor<T>::completeDeleteDance(Handle& eh) const {
    using namespace ZandorL3Tunnel;
    DUOLOG(defaultTraceHandle(), TraceLevel::resolve, swTable_->tblName(),
-          " delete dance complete, key :", eh.key());
+          entriesMayWait ? " delete dance complete, key : " : " delete dance complete, key :", eh.key());
    Nuv::Ptr<T> table(swTable_);
    Nuv::Ptr<Handle> alive(&eh);
    bool hasLeft = table->handles().del(eh);
@@ -91,10 +91,11 @@ SwTable::Accessor<T>::handleResolvedEntryState(Handle& eh) const {
    }
 }
 
-// Who wrote the key anew while this handle ended has its index now.
+// Who wrote the key anew while this handle ended has its index now; who did so and has ended before it leaves
+// the index to this handle, whose rows stand there still.
 template <class T>
 void
-SwTable::Accessor<T>::releaseHwIndex(Handle& eh) const {
+SwTable::Accessor<T>::releaseHwIndex(Handle& eh, Leaving const& leaving) const {
    auto base = swTable_->heldHwIndex(eh.key());
    if (base == invalidIndex) {
       return;
@@ -105,7 +106,7 @@ SwTable::Accessor<T>::releaseHwIndex(Handle& eh) const {
       }
    }
    if constexpr (T::isExternalKeyType()) {
-      if (!swTable_->handles().has(eh.key())) {
+      if (!swTable_->handles().has(eh.key()) && !leaving.isKeyOfOuter()) {
          swTable_->doReleaseHwIndex(eh.key());
       }
    }
@@ -129,11 +130,12 @@ SwTable::Accessor<T>::cleanup() const {
 template <class T>
 void
 SwTable::Accessor<T>::leave(Handle& eh) const {
+   Leaving const leaving(*swTable_, eh);
    Nuv::AllSteps steps;
    steps([&] { eh.swTableDel(); });
    steps([&] { resolvedEntryDel(eh); });
    steps([&] { unresolvedEntryDel(eh); });
-   steps([&] { releaseHwIndex(eh); });
+   steps([&] { releaseHwIndex(eh, leaving); });
    eh.responseHandler_.functionIs({});
    steps.finish();
 }

@@ -16,7 +16,7 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
    if (eh.isResolved() && eh.content_.entry == entry) {
       DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
              " : Found already existing resolved entry at key : ", eh.key());
-      if (eh.unresolvedEntry()) {
+      if (eh.unresolvedEntry() && !isResolving(eh)) {
          DUOLOG(trace, TraceLevel::write, swTable_->tblName(),
                 " : Deleting existing unresolved entry at key : ", eh.key());
          unresolvedEntryDrop(eh);
@@ -46,6 +46,20 @@ SwTable::Accessor<T>::writeWaiting(Handle& eh, Entry const& entry) const {
       });
    }
    steps.finish();
+}
+
+// What waited is resolved, and its observers are being told so: it is about to go, and waits no longer.
+template <class T>
+bool
+SwTable::Accessor<T>::isResolving(Handle const& eh) {
+   if (!eh.isResolved() || !eh.unresolvedEntry()) {
+      return false;
+   }
+   if constexpr (isBlock) {
+      return true;
+   } else {
+      return eh.unresolvedEntry()->value().entry == eh.content_.entry;
+   }
 }
 
 // A value that has all that it needs is there without having waited; false, with nothing changed, for

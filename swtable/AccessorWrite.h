@@ -213,7 +213,7 @@ SwTable::Accessor<T>::unresolvedEntryIs(Key const& key, Entry const& entry) cons
 template <class T>
 void
 SwTable::Accessor<T>::unresolvedEntryDel(Key const& key) const {
-   if (auto eh = swTable_->handles().find(key); eh && eh->unresolvedEntry()) {
+   if (auto eh = swTable_->handles().find(key); eh && eh->unresolvedEntry() && !isResolving(*eh)) {
       unresolvedEntryDrop(*eh);
    }
 }
@@ -223,13 +223,13 @@ void
 SwTable::Accessor<T>::unresolvedEntryDelAll() const {
    Nuv::Ptr<T> alive(swTable_);
    swTable_->handles().forEach([this](Handle& eh) {
-      if (eh.unresolvedEntry()) {
+      if (eh.unresolvedEntry() && !isResolving(eh)) {
          unresolvedEntryDrop(eh);
       }
    });
 }
 
-// The value that is to be in hardware, if any, is the entry's again.
+// The value that is to be in hardware, if any, is the entry's again, unless its row was taken away.
 template <class T>
 void
 SwTable::Accessor<T>::unresolvedEntryDrop(Handle& eh) const {
@@ -237,9 +237,8 @@ SwTable::Accessor<T>::unresolvedEntryDrop(Handle& eh) const {
    unresolvedEntryDel(eh);
    // One write, the removal just made, is this one's own.
    if (watch.writesSince() == 1) {
-      eh.entryStateIs(!eh.isResolved()    ? unresolved()
-                      : eh.isRowRefused() ? failed()
-                                          : eh.resolvedEntryState());
+      bool isInForce = eh.isResolved() && !eh.isRowTaken();
+      eh.entryStateIs(!isInForce ? unresolved() : eh.isRowRefused() ? failed() : eh.resolvedEntryState());
    }
 }
 

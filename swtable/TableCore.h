@@ -112,6 +112,9 @@ class ZANDOR_EXPORT TableCore : public Base {
    Handles& handles() { return handles_; }
    Handles const& handles() const { return handles_; }
 
+   /// The handle whose end is being told now, null when none is; for the accessor alone.
+   LeavingHandle<T> const*& leavingHandle() { return leavingHandle_; }
+
    Nuv::NotifieeList<ResolvedEntryNotifiee<Key>>& resolvedEntryNotifiees() { return resolvedEntryNotifiees_; }
 
    void cleanup() override;
@@ -182,6 +185,7 @@ class ZANDOR_EXPORT TableCore : public Base {
    Nuv::NotifieeList<ResolvedEntryNotifiee<Key>> resolvedEntryNotifiees_;
    Nuv::Ptr<Util> util_;
    [[no_unique_address]] IndexSource<typename Sheet::Source, Key> source_;
+   LeavingHandle<T> const* leavingHandle_{};
    bool isTakenDown_{};
 };
 
@@ -210,8 +214,10 @@ TableCore<T, SheetType, KeyType, Base>::cleanup() {
    // Who hears of it may let go of the table.
    Nuv::Ptr<T> alive(self());
    isTakenDown_ = true;
-   accessor().cleanup();
+   Nuv::AllSteps steps;
+   steps([&] { accessor().cleanup(); });
    source_.del(*this);
+   steps.finish();
 }
 
 } // namespace ZandorL3Tunnel

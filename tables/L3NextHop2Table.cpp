@@ -351,10 +351,14 @@ L3NextHop2Table::entryRemove(Key const& key) {
 void
 L3NextHop2Table::entryRemoveAll() {
    Nuv::Ptr<L3NextHop2Table> alive(this);
-   mappedEntryHandleDelAll();
-   handles_.forEach([this](EntryHandle& handle) {
-      AccessorBase::removed(&handle, &handle.responseHandler_, *this, handle.key());
+   Nuv::AllSteps steps;
+   steps([this] { mappedEntryHandleDelAll(); });
+   steps([this] {
+      handles_.forEach([this](EntryHandle& handle) {
+         AccessorBase::removed(&handle, &handle.responseHandler_, *this, handle.key());
+      });
    });
+   steps.finish();
 }
 
 void
@@ -370,6 +374,17 @@ L3NextHop2Table::cleanup(EntryHandle& handle) {
 
 void
 L3NextHop2Table::leave(EntryHandle& handle) {
+   Nuv::AllSteps steps;
+   steps([&] { pairsDel(handle); });
+   // Silent tables do not tell that the halves have gone.
+   if (!hasNotificationActive() && indexDeallocatorSm_) {
+      steps([&] { indexDeallocatorSm_->handleResolvedEntry(source_.held(handle.key())); });
+   }
+   steps.finish();
+}
+
+void
+L3NextHop2Table::pairsDel(EntryHandle& handle) {
    auto waiting = std::move(handle.unresolvedMergedEntry_);
    auto inPlace = std::exchange(handle.mergedEntry_, MergedEntry());
    if (waiting) {

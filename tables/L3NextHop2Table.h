@@ -214,6 +214,7 @@ class ZANDOR_EXPORT L3NextHop2Table final : public Asic::SwMergedTable {
    void cleanup(EntryHandle& handle);
    void endExpected(EntryHandle const& handle) const;
    void leave(EntryHandle& handle);
+   void pairsDel(EntryHandle& handle);
    void letGo(EntryHandle& handle);
 
    Nuv::Ptr<IngL3NextHop2Table> ingL3NextHop2Table_;
@@ -318,14 +319,18 @@ class ZANDOR_EXPORT L3NextHop2Table::IndexDeallocatorSm final : public Nuv::Obje
    /// Off, no index is given back; all three reactors follow.
    void hasNotificationActiveIs(bool active) override;
 
+   /// A member table's entry at `index` came, changed or went: gives the index back once neither table has
+   /// one.
+   void handleResolvedEntry(Asic::Index index);
+
    /// Whether the reactors on the merged table and on the two member tables are active.
-   bool mergedTableSmActive() const { return mergedTableSm_.isActive; }
+   bool mergedTableSmActive() const { return mergedTable_.isActive; }
    bool ingSmActive() const { return ingSm_.isActive; }
    bool egrSmActive() const { return egrSm_.isActive; }
 
  private:
-   struct MergedTableSm final : Notifiee {
-      explicit MergedTableSm(IndexDeallocatorSm& to) : owner(to) {}
+   struct NuvMergedTable final : Notifiee {
+      explicit NuvMergedTable(IndexDeallocatorSm& to) : owner(to) {}
       void handleIngL3NextHop2Table() override;
       void handleEgrL3NextHop2() override;
 
@@ -333,20 +338,24 @@ class ZANDOR_EXPORT L3NextHop2Table::IndexDeallocatorSm final : public Nuv::Obje
       bool isActive{};
    };
 
-   struct MemberTableSm final : ResolvedEntryNotifiee<Asic::Index> {
+   struct MemberTableSm : ResolvedEntryNotifiee<Asic::Index> {
       explicit MemberTableSm(IndexDeallocatorSm& to) : owner(to) {}
       void handleResolvedEntry(Asic::Index const& index) override;
 
       IndexDeallocatorSm& owner;
       bool isActive{};
    };
-
-   void handleResolvedEntry(Asic::Index index);
+   struct NuvNuv_MergedTable_IngL3NextHop2TableIn final : MemberTableSm {
+      using MemberTableSm::MemberTableSm;
+   };
+   struct NuvNuv_MergedTable_EgrL3NextHop2In final : MemberTableSm {
+      using MemberTableSm::MemberTableSm;
+   };
 
    L3NextHop2Table& table_;
-   MergedTableSm mergedTableSm_;
-   MemberTableSm ingSm_;
-   MemberTableSm egrSm_;
+   NuvMergedTable mergedTable_;
+   NuvNuv_MergedTable_IngL3NextHop2TableIn ingSm_;
+   NuvNuv_MergedTable_EgrL3NextHop2In egrSm_;
 };
 
 /// A new table, not yet tied to a chip.

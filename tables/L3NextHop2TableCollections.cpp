@@ -17,14 +17,16 @@ L3NextHop2Table::entryHandleDel(Key const& key) {
    if (!handle) {
       return;
    }
+   Nuv::AllSteps steps;
    for (auto at = mapped_.iterator(); at; ++at) {
       if (at->value() == handle) {
-         mappedEntryHandleDel(Key(at->key()));
+         steps([&] { mappedEntryHandleDel(Key(at->key())); });
       }
    }
    if (handles_.del(*handle)) {
-      letGo(*handle);
+      steps([&] { letGo(*handle); });
    }
+   steps.finish();
 }
 
 L3NextHop2Table::HandlePtr
@@ -66,9 +68,11 @@ L3NextHop2Table::mappedEntryHandleDel(Key const& key) {
 void
 L3NextHop2Table::mappedEntryHandleDelAll() {
    Nuv::Ptr<L3NextHop2Table> alive(this);
+   Nuv::AllSteps steps;
    for (auto at = mapped_.iterator(); at; ++at) {
-      mappedEntryHandleDel(Key(at->key()));
+      steps([&] { mappedEntryHandleDel(Key(at->key())); });
    }
+   steps.finish();
 }
 
 // The mapping's reference goes last.
@@ -185,11 +189,22 @@ L3NextHop2Table::unresolvedMergedEntryDelAll() {
 
 void
 L3NextHop2Table::unresolvedMergedEntryDel(EntryHandle& handle) {
-   if (auto const before = std::exchange(handle.unresolvedMergedEntry_, nullptr)) {
-      before->detach();
-      handle.writeIs();
-      handle.entryStateIs(unresolved());
+   auto const before = std::exchange(handle.unresolvedMergedEntry_, nullptr);
+   if (!before) {
+      return;
    }
+   before->detach();
+   handle.writeIs();
+   WriteWatch watch(handle);
+   Nuv::AllSteps steps;
+   // Without a pair in place the key's index goes with the one that waited.
+   if (!handle.mergedEntry_) {
+      steps([&] { handle.hwEntryIndexIs(Asic::invalidIndex); });
+   }
+   if (!watch.isOvertaken()) {
+      steps([&] { handle.entryStateIs(unresolved()); });
+   }
+   steps.finish();
 }
 
 } // namespace ZandorL3Tunnel

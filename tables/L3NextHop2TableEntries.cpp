@@ -170,20 +170,20 @@ L3NextHop2Table::endExpected(EntryHandle const& handle) const {
 }
 
 L3NextHop2Table::IndexDeallocatorSm::IndexDeallocatorSm(L3NextHop2Table& table)
-    : table_(table), mergedTableSm_(*this), ingSm_(*this), egrSm_(*this) {
-   table.notifieeIs(mergedTableSm_);
+    : table_(table), mergedTable_(*this), ingSm_(*this), egrSm_(*this) {
+   table.notifieeIs(mergedTable_);
 }
 
 void
 L3NextHop2Table::IndexDeallocatorSm::hasNotificationActiveIs(bool active) {
    Nuv::Object::hasNotificationActiveIs(active);
-   mergedTableSm_.isActive = ingSm_.isActive = egrSm_.isActive = active;
-   mergedTableSm_.handleIngL3NextHop2Table();
-   mergedTableSm_.handleEgrL3NextHop2();
+   mergedTable_.isActive = ingSm_.isActive = egrSm_.isActive = active;
+   mergedTable_.handleIngL3NextHop2Table();
+   mergedTable_.handleEgrL3NextHop2();
 }
 
 void
-L3NextHop2Table::IndexDeallocatorSm::MergedTableSm::handleIngL3NextHop2Table() {
+L3NextHop2Table::IndexDeallocatorSm::NuvMergedTable::handleIngL3NextHop2Table() {
    if (isActive) {
       owner.ingSm_.leave();
       if (auto const& table = owner.table_.ingL3NextHop2Table()) {
@@ -193,7 +193,7 @@ L3NextHop2Table::IndexDeallocatorSm::MergedTableSm::handleIngL3NextHop2Table() {
 }
 
 void
-L3NextHop2Table::IndexDeallocatorSm::MergedTableSm::handleEgrL3NextHop2() {
+L3NextHop2Table::IndexDeallocatorSm::NuvMergedTable::handleEgrL3NextHop2() {
    if (isActive) {
       owner.egrSm_.leave();
       if (auto const& table = owner.table_.egrL3NextHop2()) {

@@ -146,6 +146,9 @@ class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
    /// Whether the chip refused the row of that value: its predecessor, if any, is in force.
    bool isRowRefused() const { return tableBytes_.isRowRefused; }
 
+   /// Whether the row of that value was cleared without another write: the value is in force no longer.
+   bool isRowTaken() const { return tableBytes_.isRowTaken; }
+
    /// Counts, modulo 256, the writes and removals of the entry: who announces compares it before and after,
    /// and stops where somebody else was faster.
    std::uint8_t writes() const { return tableBytes_.writes; }
@@ -162,6 +165,7 @@ class ZANDOR_EXPORT SwTable::EntryHandle : public SwTableBase::EntryHandle {
 
    void isResolvedIs(bool resolved) { tableBytes_.isResolved = resolved; }
    void isRowRefusedIs(bool refused) { tableBytes_.isRowRefused = refused; }
+   void isRowTakenIs(bool taken) { tableBytes_.isRowTaken = taken; }
    void writeIs() { ++tableBytes_.writes; }
    void onZeroReferences() override { cleanup(); }
 

@@ -116,6 +116,7 @@ class ZANDOR_EXPORT SwTableBase::EntryHandle : public Nuv::Object {
       EntryState resolvedEntryState{};
       bool isResolved : 1 = false;
       bool isRowRefused : 1 = false;
+      bool isRowTaken : 1 = false;
       bool isMapped : 1 = false;
       bool hasLeft : 1 = false;
       std::uint8_t writes{};

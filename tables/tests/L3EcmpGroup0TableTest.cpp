@@ -335,10 +335,10 @@ TEST_F(L3EcmpGroup0TableTest, TracesAGroupThatWaitsResolvesAndEnds) {
    group = nullptr;
    groups->entryRemove(adjacency(7));
    EXPECT_EQ(trace.count(name + " : Removing entry at key : " + key), 1u);
-   EXPECT_EQ(trace.count(name + " begin delete dance, key :" + key), 1u);
+   EXPECT_EQ(trace.count(name + " begin delete dance, key : " + key), 1u);
    EXPECT_EQ(trace.count("delete dance complete"), 0u);
    loop.runUntilIdle();
-   EXPECT_EQ(trace.count(name + " delete dance complete, key :" + key), 1u);
+   EXPECT_EQ(trace.count(name + " delete dance complete, key : " + key), 1u);
    groups->entryRemove(adjacency(7));
    EXPECT_EQ(trace.count(name + " : Found no committed entry at key : " + key), 1u);
    EXPECT_EQ(trace.count("entry handle was not yet assigned"), 0u);
