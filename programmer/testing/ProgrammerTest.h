@@ -32,7 +32,8 @@ class ProgrammerTest : public ModelChip::ChipTest {
       fcsd->logicalModInfoIs({0});
       interfaces->doInit(unit, stateDatabase, chip->chipInfo());
       groups->doInit(unit, stateDatabase, chip->chipInfo());
-      local->entityIs(L3UnderlayEcmpProgrammer::egrL3Oif2Path, EgrL3Oif2::typeName(), interfaces);
+      // Where others publish it, whatever the programmer calls the place.
+      local->entityIs("l3/swTable/shared/interface/underlayEgrIntf", EgrL3Oif2::typeName(), interfaces);
       programmer->initTables(chip->chipInfo());
    }
 

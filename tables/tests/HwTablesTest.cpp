@@ -180,5 +180,10 @@ TEST_F(RestartTest, WritesNothingThatIsThereAndClearsWhatIsNotWrittenAgain) {
    EXPECT_THAT(rows, ElementsAre(Key(1), Key(2)));
 }
 
+TEST(TraceFacilities, AreThoseOfTheMemberTables) {
+   EXPECT_EQ(L3EcmpMember0Table::traceFacility().name(), "ZandorL3TunnelL3EcmpMember0Table");
+   EXPECT_EQ(L3UnderlayEcmpMember1Table::traceFacility().name(), "ZandorL3TunnelL3UnderlayEcmpMember1Table");
+}
+
 } // namespace
 } // namespace ZandorL3Tunnel
