@@ -90,6 +90,10 @@ newLiveAgent(asio::io_context& loop, LiveAgent::Settings const& settings) {
 Answer
 run(RunOptions options, Context& context) {
    options.settings.fabric = context.settings;
+   if (!options.oneshot) {
+      // The switch goes on when nobody reads the log any more.
+      std::signal(SIGPIPE, SIG_IGN);
+   }
    asio::io_context loop(1);
    auto const live = newLiveAgent(loop, options.settings);
    auto const served = options.oneshot ? nullptr

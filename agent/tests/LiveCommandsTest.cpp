@@ -121,6 +121,13 @@ TEST_F(LiveCommandsTest, RunEndsCleanlyWhenAskedTo) {
    }
 }
 
+TEST_F(LiveCommandsTest, RunGoesOnWhenNobodyReadsItsLog) {
+   auto const outcome = runShell("{ { " + agent +
+                                 " run --control none & running=$!; sleep 2; kill -TERM $running;"
+                                 " wait $running; echo $? >&3; } 2>&1 | true; } 3>&1");
+   EXPECT_EQ(outcome.out, "0\n");
+}
+
 TEST_F(LiveCommandsTest, RunOneshotThatIsInterruptedSaysSoAndSumsUpNothing) {
    // Too early, no handler is there yet; too late, all is done.
    for (std::size_t at = 3; at < 2000; ++at) {
