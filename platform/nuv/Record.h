@@ -68,16 +68,16 @@ visitFields(R const& record, Visit&& visit) {
 }
 
 /// How a field's value enters its record's hash. Numbers enter as they are, whatever hashes itself by its
-/// hash.
+/// hash: from the record's seed, since values of one hash could be chosen if that were known.
 template <class M>
 void
-mixField(HashAccumulator& accumulator, M const& value) {
+mixField(HashAccumulator& accumulator, M const& value, unsigned seed) {
    if constexpr (std::integral<M> && sizeof(M) > sizeof(std::uint32_t)) {
       accumulator.mix64(static_cast<std::uint64_t>(value));
    } else if constexpr (std::integral<M> || std::is_enum_v<M>) {
       accumulator.mix32(static_cast<std::uint32_t>(value));
    } else {
-      accumulator.mix32(hashOf(value, 0));
+      accumulator.mix32(hashOf(value, seed));
    }
 }
 
@@ -132,7 +132,7 @@ class ZANDOR_EXPORT Record {
       } else {
          visitFields(self(), [&](char const*, auto const& value, bool identity) {
             if (identity) {
-               mixField(accumulator, value);
+               mixField(accumulator, value, seed);
             }
             return true;
          });

@@ -37,6 +37,23 @@ struct Small : Record<Small> {
    }
 };
 
+/// A value whose hashes from seed 0 are known to whoever chose it.
+struct Chosen {
+   std::uint32_t value{};
+
+   std::uint32_t hash(unsigned seed) const { return seed == 0 ? 1 : hashOf(value, seed); }
+   friend auto operator<=>(Chosen const&, Chosen const&) = default;
+   friend void appendText(Pelm::String& out, Chosen const& chosen) { Nuv::appendText(out, chosen.value); }
+};
+
+struct OfChosen : Record<OfChosen> {
+   Chosen chosen;
+
+   static constexpr auto fieldList() {
+      return Nuv::fieldList("Test::OfChosen", field("chosen", &OfChosen::chosen));
+   }
+};
+
 class Handle final : public Asic::SwTableBase::EntryHandle {};
 
 struct Naming : Record<Naming> {
@@ -129,6 +146,13 @@ TEST(Record, HashDependsOnTheSeed) {
    Small record;
    EXPECT_NE(record.hash(1), record.hash(2));
    EXPECT_EQ(record.hash(1), record.hash(1));
+}
+
+TEST(Record, FieldsAreHashedFromTheSeedToo) {
+   OfChosen one;
+   OfChosen other;
+   other.chosen.value = 1;
+   EXPECT_NE(one.hash(7), other.hash(7));
 }
 
 TEST(Record, PrintsItsTypeAndFieldsInTurn) {
