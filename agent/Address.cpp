@@ -1,5 +1,7 @@
 #include "agent/Address.h"
 
+#include "platform/nuv/Hash.h"
+
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
@@ -124,6 +126,8 @@ std::hash<L3TunnelAgent::IpAddress>::operator()(L3TunnelAgent::IpAddress const& 
    std::uint64_t low;
    std::memcpy(&high, address.bytes.data(), sizeof high);
    std::memcpy(&low, address.bytes.data() + sizeof high, sizeof low);
-   std::uint64_t mixed = (high ^ low * 0x9e3779b97f4a7c15U) * 0xff51afd7ed558ccdU;
-   return static_cast<std::size_t>(mixed ^ mixed >> 32);
+   Nuv::HashAccumulator accumulator(Nuv::hashSeed());
+   accumulator.mix64(high);
+   accumulator.mix64(low);
+   return static_cast<std::size_t>(accumulator.result64());
 }

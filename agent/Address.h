@@ -66,6 +66,8 @@ struct IpAddress {
 
 } // namespace L3TunnelAgent
 
+/// Starts from the process's hash seed, so that no addresses can be chosen for what they share. The order of
+/// what hashes by it must not show.
 template <>
 struct std::hash<L3TunnelAgent::IpAddress> {
    std::size_t operator()(L3TunnelAgent::IpAddress const& address) const noexcept;

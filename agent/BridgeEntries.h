@@ -2,10 +2,10 @@
 
 #include "agent/Index.h"
 #include "agent/KernelObjects.h"
+#include "agent/SeededHash.h"
 
 #include <map>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 namespace L3TunnelAgent {
@@ -62,7 +62,7 @@ class BridgeEntries {
 
  private:
    Map ports_;
-   std::unordered_map<int, std::set<BridgeKey>> ofPort_;
+   MapByNumber<int, std::set<BridgeKey>> ofPort_;
 };
 
 } // namespace L3TunnelAgent

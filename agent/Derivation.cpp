@@ -47,23 +47,28 @@ class Derivation::Recorder : public SearchObserver {
 
 std::size_t
 Derivation::Hash::operator()(NeighbourKey const& key) const {
-   return std::hash<IpAddress>()(key.address) ^ static_cast<std::size_t>(key.device) * 0x9e3779b9U;
+   Nuv::HashAccumulator accumulator(Nuv::hashSeed());
+   accumulator.mix64(std::hash<IpAddress>()(key.address));
+   accumulator.mix64(static_cast<std::uint64_t>(key.device));
+   return static_cast<std::size_t>(accumulator.result64());
 }
 
 std::size_t
 Derivation::Hash::operator()(Inputs const& inputs) const {
-   std::size_t mixed = 0;
-   auto const add = [&](std::size_t value) { mixed = (mixed ^ value) * 0x01000193U + (mixed >> 15); };
+   Nuv::HashAccumulator accumulator(Nuv::hashSeed());
+   auto const add = [&](std::uint64_t value) { accumulator.mix64(value); };
+   add(inputs.objects.size());
    for (std::uint32_t const id : inputs.objects) {
       add(id);
    }
+   add(inputs.devices.size());
    for (int const device : inputs.devices) {
-      add(static_cast<std::size_t>(device));
+      add(static_cast<std::uint64_t>(device));
    }
    for (auto const& key : inputs.adjacencies) {
       add((*this)(key));
    }
-   return mixed;
+   return static_cast<std::size_t>(accumulator.result64());
 }
 
 Derivation::Derivation(KernelState const& state) : state_(state), endpoints_(state) {

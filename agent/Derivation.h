@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Adjacency.h"
+#include "agent/SeededHash.h"
 #include "agent/TunnelEndpoints.h"
 
 #include <map>
@@ -99,12 +100,12 @@ class Derivation {
    std::map<IpAddress, Destination> destinations_;
    std::map<IpAddress, Node> nodes_;
    SharedInputs footprints_;
-   std::unordered_map<std::uint32_t, Footprints> usersOfObject_;
-   std::unordered_map<int, Footprints> usersOfDevice_;
+   MapByNumber<std::uint32_t, Footprints> usersOfObject_;
+   MapByNumber<int, Footprints> usersOfDevice_;
    std::unordered_map<NeighbourKey, SharedAdjacency, Hash> adjacencies_;
-   std::unordered_map<int, std::set<NeighbourKey>> adjacenciesOfLink_;
+   MapByNumber<int, std::set<NeighbourKey>> adjacenciesOfLink_;
    std::map<BridgeKey, std::set<NeighbourKey>> adjacenciesOfBridgeEntry_;
-   std::unordered_map<int, std::set<NeighbourKey>> adjacenciesOfPortVlans_;
+   MapByNumber<int, std::set<NeighbourKey>> adjacenciesOfPortVlans_;
    std::size_t derived_{};
 };
 

@@ -3,6 +3,7 @@
 #include "agent/BridgeEntries.h"
 #include "agent/Changes.h"
 #include "agent/RouteTable.h"
+#include "agent/SeededHash.h"
 
 #include <map>
 #include <set>
@@ -28,7 +29,7 @@ enum class RoutePlace : std::uint8_t {
 class KernelState {
  public:
    using Family = IpAddress::Family;
-   using NextHops = std::unordered_map<std::uint32_t, NextHopObject>;
+   using NextHops = MapByNumber<std::uint32_t, NextHopObject>;
 
    /// A state without anything but the rules that a kernel begins with.
    KernelState();
@@ -181,11 +182,11 @@ class KernelState {
    std::array<Rules, 2> rules_;
 
    // Who uses what: only what is there is a key.
-   std::unordered_map<int, std::set<std::uint32_t>> objectsOfDevice_;
-   std::unordered_map<std::uint32_t, std::set<std::uint32_t>> groupsOfMember_;
-   std::unordered_map<std::uint32_t, std::set<VxlanKey>> entriesOfObject_;
-   std::unordered_map<int, RouteUses> routesOfDevice_;
-   std::unordered_map<std::uint32_t, RouteUses> routesOfObject_;
+   MapByNumber<int, std::set<std::uint32_t>> objectsOfDevice_;
+   MapByNumber<std::uint32_t, std::set<std::uint32_t>> groupsOfMember_;
+   MapByNumber<std::uint32_t, std::set<VxlanKey>> entriesOfObject_;
+   MapByNumber<int, RouteUses> routesOfDevice_;
+   MapByNumber<std::uint32_t, RouteUses> routesOfObject_;
    std::unordered_map<IpAddress, RouteUses> routesOfSource_;
 
    std::set<int> markedDevices_; // over which a hop was told dead or without carrier since its link was told

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "agent/SeededHash.h"
 #include "platform/chipstate/ZandorCentralTypes.h"
 
 #include <cstdint>
 #include <optional>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 namespace L3TunnelAgent {
@@ -31,7 +31,7 @@ class Ports {
    void keepOnly(std::set<std::uint16_t> const& numbers);
 
  private:
-   std::unordered_map<int, std::uint16_t> numbers_;
+   MapByNumber<int, std::uint16_t> numbers_;
    std::vector<int> devices_; // by number, from 1; 0 where it is free
    std::vector<std::uint16_t> free_;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/KernelState.h"
+#include "agent/SeededHash.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -57,9 +58,9 @@ class TunnelEndpoints {
 
    KernelState const& state_;
    std::map<VxlanKey, Named> named_;
-   std::unordered_map<std::uint32_t, NamedByObject> objects_; // that entries name
-   std::unordered_map<IpAddress, std::size_t> counts_;        // how many entries and objects name it
-   std::unordered_map<std::uint32_t, std::set<std::uint32_t>> byMember_; // and by itself
+   MapByNumber<std::uint32_t, NamedByObject> objects_;            // that entries name
+   std::unordered_map<IpAddress, std::size_t> counts_;            // how many entries and objects name it
+   MapByNumber<std::uint32_t, std::set<std::uint32_t>> byMember_; // and by itself
    std::set<int> vxlanDevices_;
 };
 
