@@ -1,16 +1,27 @@
 #include "agent/Interfaces.h"
 
+#include "tables/EgrL3NextHop2.h"
+
 #include <algorithm>
 #include <functional>
+#include <limits>
 
 namespace L3TunnelAgent {
 
+using ZandorL3Tunnel::EgrL3NextHop2;
 using ZandorL3Tunnel::EgrL3Oif2;
+
+namespace {
+
+/// The highest index that the row of a next hop has the bits for.
+constexpr Asic::Index highest = std::numeric_limits<decltype(EgrL3NextHop2::Entry::l3Oif2)>::max();
+
+} // namespace
 
 Interfaces::Interfaces(Nuv::Ptr<EgrL3Oif2> table)
     : table_(std::move(table)), indices_(Nuv::make<Asic::FirstFreeIndexAllocator>("interfaces")) {
-   // Interface 0 stands for none in particular; a via names one in 16 bits.
-   indices_->numEntriesIs(std::min<Asic::Index>(table_->numEntries(), 0x10000));
+   // Interface 0 stands for none in particular.
+   indices_->numEntriesIs(std::min(table_->numEntries(), highest + 1));
    indices_->reserveIndices(0, 1);
 }
 

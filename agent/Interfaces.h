@@ -22,9 +22,9 @@ struct InterfaceKey : Nuv::Record<InterfaceKey> {
    }
 };
 
-/// The egress interface entries that vias name: one for each distinct key, at the lowest free index from 1.
-/// An entry is written with its first use and removed after its last; its index is given to another key only
-/// when the table has nothing there any more, next hops of old included.
+/// The egress interface entries that vias name: one for each distinct key, at the lowest free index from 1
+/// that a next hop's row can name. An entry is written with its first use and removed after its last; its
+/// index is given to another key only when the table has nothing there any more, next hops of old included.
 class Interfaces {
  public:
    /// `table` is the one that the entries are written to; nobody else writes to it.
