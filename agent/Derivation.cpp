@@ -24,14 +24,10 @@ sortUnique(std::vector<T>& values) {
 /// Notes what a search looks at.
 class Derivation::Recorder : public SearchObserver {
  public:
-   Recorder(Node& node, Inputs& inputs) : node_(node), inputs_(inputs) { node_.tables.clear(); }
+   explicit Recorder(Inputs& inputs) : inputs_(inputs) {}
 
    void onTableSearched(std::uint32_t table, std::uint8_t length) override {
-      // Two rules may name one table: both searches come equally far.
-      if (std::none_of(node_.tables.begin(), node_.tables.end(),
-                       [&](Searched const& searched) { return searched.table == table; })) {
-         node_.tables.push_back({.table = table, .length = length});
-      }
+      inputs_.tables.push_back({.table = table, .length = length});
    }
 
    void onObject(std::uint32_t id, NextHopObject const* /*object*/) override {
@@ -41,7 +37,6 @@ class Derivation::Recorder : public SearchObserver {
    void onHop(NextHop const& hop, bool /*inUse*/) override { inputs_.devices.push_back(hop.device); }
 
  private:
-   Node& node_;
    Inputs& inputs_;
 };
 
@@ -57,6 +52,10 @@ std::size_t
 Derivation::Hash::operator()(Inputs const& inputs) const {
    Nuv::HashAccumulator accumulator(Nuv::hashSeed());
    auto const add = [&](std::uint64_t value) { accumulator.mix64(value); };
+   add(inputs.tables.size());
+   for (auto const& [table, length] : inputs.tables) {
+      add(std::uint64_t(table) << 8 | length);
+   }
    add(inputs.objects.size());
    for (std::uint32_t const id : inputs.objects) {
       add(id);
@@ -149,7 +148,7 @@ Derivation::addUsers(Changes const& changes, std::set<IpAddress>& touched) const
    for (RouteKey const& key : changes.routes) {
       addSearchers(key, touched);
    }
-   for (auto const& [address, node] : nodes_) {
+   for (auto const& [address, footprint] : footprintOf_) {
       if (changes.rules.empty()) {
          break;
       }
@@ -162,12 +161,16 @@ Derivation::addUsers(Changes const& changes, std::set<IpAddress>& touched) const
 /// Adds those whose search came by a prefix of that length, which contains them.
 void
 Derivation::addSearchers(RouteKey const& changed, std::set<IpAddress>& touched) const {
-   auto const end = nodes_.upper_bound(changed.prefix.last());
-   for (auto it = nodes_.lower_bound(changed.prefix.address); it != end; ++it) {
-      auto const& tables = it->second.tables;
-      if (std::any_of(tables.begin(), tables.end(), [&](Searched const& searched) {
-             return searched.table == changed.table && searched.length <= changed.prefix.length;
-          })) {
+   if (!searches_.contains(changed.table)) {
+      return;
+   }
+   auto const end = footprintOf_.upper_bound(changed.prefix.last());
+   for (auto it = footprintOf_.lower_bound(changed.prefix.address); it != end; ++it) {
+      auto const& tables = it->second->first.tables;
+      // The shortest length at which the table was searched is the first.
+      auto const searched = std::lower_bound(tables.begin(), tables.end(), Searched{.table = changed.table});
+      if (searched != tables.end() && searched->table == changed.table &&
+          searched->length <= changed.prefix.length) {
          touched.insert(it->first);
       }
    }
@@ -191,9 +194,8 @@ Derivation::shared(Users& users, ViaList vias) {
 
 bool
 Derivation::renewDestination(IpAddress const& address) {
-   Node& node = nodes_[address];
    Inputs inputs;
-   Recorder recorder(node, inputs);
+   Recorder recorder(inputs);
    auto const adjacencyOf = [&](NeighbourKey const& key) {
       inputs.adjacencies.push_back(key);
       return adjacencyVia(key);
@@ -205,11 +207,13 @@ Derivation::renewDestination(IpAddress const& address) {
          inputs.devices.push_back(*via.device);
       }
    }
+   sortUnique(inputs.tables);
    sortUnique(inputs.objects);
    sortUnique(inputs.devices);
    sortUnique(inputs.adjacencies);
-   inputsAre(address, node, std::move(inputs));
-   destination.vias = shared(node.footprint->second, std::move(destination.vias));
+   Footprint*& footprint = footprintOf_[address];
+   inputsAre(address, footprint, std::move(inputs));
+   destination.vias = shared(footprint->second, std::move(destination.vias));
 
    auto const [place, added] = destinations_.try_emplace(address);
    if (!added && place->second == destination) {
@@ -221,19 +225,19 @@ Derivation::renewDestination(IpAddress const& address) {
 
 bool
 Derivation::removeDestination(IpAddress const& address) {
-   auto const found = nodes_.find(address);
-   if (found == nodes_.end()) {
+   auto const found = footprintOf_.find(address);
+   if (found == footprintOf_.end()) {
       return false;
    }
-   footprintDel(address, found->second.footprint);
-   nodes_.erase(found);
+   footprintDel(address, found->second);
+   footprintOf_.erase(found);
    destinations_.erase(address);
    return true;
 }
 
 void
-Derivation::inputsAre(IpAddress const& address, Node& node, Inputs inputs) {
-   if (node.footprint && node.footprint->first == inputs) {
+Derivation::inputsAre(IpAddress const& address, Footprint*& footprint, Inputs inputs) {
+   if (footprint && footprint->first == inputs) {
       return;
    }
    auto const [place, added] = footprints_.try_emplace(std::move(inputs));
@@ -242,7 +246,7 @@ Derivation::inputsAre(IpAddress const& address, Node& node, Inputs inputs) {
    }
    place->second.destinations.insert(address);
    // Last, so that an adjacency in both is not dropped between.
-   footprintDel(address, std::exchange(node.footprint, &*place));
+   footprintDel(address, std::exchange(footprint, &*place));
 }
 
 void
@@ -265,6 +269,13 @@ Derivation::registered(Footprint& footprint, bool present) {
          indexDel(index, key, &footprint);
       }
    };
+   for (auto const& [table, length] : footprint.first.tables) {
+      if (present) {
+         ++searches_[table];
+      } else if (auto const place = searches_.find(table); --place->second == 0) {
+         searches_.erase(place);
+      }
+   }
    for (std::uint32_t const id : footprint.first.objects) {
       change(usersOfObject_, id);
    }

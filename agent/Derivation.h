@@ -43,11 +43,14 @@ class Derivation {
    struct Searched {
       std::uint32_t table{};
       std::uint8_t length{};
+
+      auto operator<=>(Searched const&) const = default;
    };
 
-   /// What destinations were derived from, but for the tables: each ascending, each once. Destinations of the
-   /// same ways share one.
+   /// What destinations were derived from: each ascending, each once. Destinations of the same ways share
+   /// one.
    struct Inputs {
+      std::vector<Searched> tables;
       std::vector<std::uint32_t> objects;
       std::vector<int> devices;
       std::vector<NeighbourKey> adjacencies;
@@ -71,11 +74,6 @@ class Derivation {
    using Footprint = SharedInputs::value_type;
    using Footprints = std::unordered_set<Footprint*>;
 
-   struct Node {
-      std::vector<Searched> tables;
-      Footprint* footprint{};
-   };
-
    struct SharedAdjacency {
       DerivedVia via;
       AdjacencyInputs inputs;
@@ -89,7 +87,7 @@ class Derivation {
    static ViaList shared(Users& users, ViaList vias);
    bool renewDestination(IpAddress const& address);
    bool removeDestination(IpAddress const& address);
-   void inputsAre(IpAddress const& address, Node& node, Inputs inputs);
+   void inputsAre(IpAddress const& address, Footprint*& footprint, Inputs inputs);
    void footprintDel(IpAddress const& address, Footprint* footprint);
    void registered(Footprint& footprint, bool present);
    void adjacencyRegistered(NeighbourKey const& key, AdjacencyInputs const& inputs, bool present);
@@ -98,8 +96,9 @@ class Derivation {
    KernelState const& state_;
    TunnelEndpoints endpoints_;
    std::map<IpAddress, Destination> destinations_;
-   std::map<IpAddress, Node> nodes_;
+   std::map<IpAddress, Footprint*> footprintOf_;
    SharedInputs footprints_;
+   MapByNumber<std::uint32_t, std::size_t> searches_; // by table: how many footprints have it
    MapByNumber<std::uint32_t, Footprints> usersOfObject_;
    MapByNumber<int, Footprints> usersOfDevice_;
    std::unordered_map<NeighbourKey, SharedAdjacency, Hash> adjacencies_;
