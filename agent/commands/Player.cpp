@@ -7,6 +7,22 @@
 
 namespace L3TunnelAgent {
 
+namespace {
+
+/// Takes the line away also from before an error.
+class ProgressEnd {
+ public:
+   explicit ProgressEnd(Progress& progress) : progress_(progress) {}
+   ProgressEnd(ProgressEnd const&) = delete;
+   ProgressEnd& operator=(ProgressEnd const&) = delete;
+   ~ProgressEnd() { progress_.done(); }
+
+ private:
+   Progress& progress_;
+};
+
+} // namespace
+
 Player::Player(Context& context, std::string recording)
     : context_(context), recording_(std::move(recording)), agent_(newAgent()), input_(recording_) {}
 
@@ -28,8 +44,10 @@ Player::playTo(std::optional<std::string> const& snapshot, std::string const& op
                             agent_->fabric().destinations().size());
       });
    };
-   auto const playback = play(*agent_, input_, snapshot, {}, afterRound);
-   context_.progress.done();
+   auto const playback = [&] {
+      ProgressEnd const end(context_.progress);
+      return play(*agent_, input_, snapshot, {}, afterRound);
+   }();
    if (playback.overrun && !std::exchange(hasWarned_, true) && context_.warn) {
       context_.warn(recording_ + ": the recorder lost messages, or the kernel's state changed while it was "
                                  "dumped: what follows may not be the kernel's state");

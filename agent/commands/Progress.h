@@ -33,7 +33,7 @@ class Progress {
       }
    }
 
-   /// The line goes.
+   /// The line goes. Whoever shows one takes it away, also when the work fails.
    void done() {
       if (isShown_) {
          isShown_ = false;

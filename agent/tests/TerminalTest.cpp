@@ -1,6 +1,7 @@
 #include "agent/commands/Progress.h"
 #include "agent/tests/AgentProcess.h"
 #include "agent/tests/Expected.h"
+#include "agent/tests/RecordingBuilder.h"
 
 #include <array>
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 namespace L3TunnelAgent {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -17,7 +19,7 @@ using testing::Not;
 
 /// What the shell's command line writes to a terminal of its own.
 std::string
-onTerminal(std::string const& line) {
+onTerminal(std::string const& line, int exitCode = 0) {
    int terminal = -1;
    pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
    if (child == 0) {
@@ -33,7 +35,7 @@ onTerminal(std::string const& line) {
    close(terminal);
    int status = 0;
    waitpid(child, &status, 0);
-   EXPECT_EQ(WEXITSTATUS(status), 0) << written;
+   EXPECT_EQ(WEXITSTATUS(status), exitCode) << written;
    return written;
 }
 
@@ -47,6 +49,20 @@ TEST(TerminalTest, ColourIsThereOnlyAndNotWithNoColor) {
    EXPECT_THAT(onTerminal("NO_COLOR= " + show()), HasSubstr("\x1b[32m"));
    EXPECT_THAT(onTerminal("NO_COLOR=1 " + show()), Not(HasSubstr("\x1b")));
    EXPECT_THAT(onTerminal("unset NO_COLOR; " + show() + " | cat"), Not(HasSubstr("\x1b[32m")));
+}
+
+TEST(TerminalTest, ErrorBeginsALineOfItsOwnAlsoWhileProgressIsShown) {
+   auto const whole = rebuilt(recordedEvents("mixed")).bytes();
+   TemporaryFile const cut;
+   cut.write(whole.substr(0, whole.size() - 3));
+   auto const half = std::to_string(whole.size() / 2);
+   auto const file = cut.path().string();
+   // The pause is longer than what is shown nothing of.
+   auto const written = onTerminal("{ head -c " + half + " " + file + "; sleep 0.8; tail -c +$((" + half +
+                                         " + 1)) " + file + "; } | " AGENT_BINARY " program -",
+                                   3);
+   EXPECT_THAT(written, AllOf(HasSubstr("standard input: "), HasSubstr(" rounds, ")));
+   EXPECT_THAT(written, HasSubstr("\r\x1b[Kl3tunnel-agent: standard input: frame "));
 }
 
 /// A clock that stands until it is moved.
