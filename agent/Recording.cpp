@@ -38,6 +38,17 @@ openStandardInput() {
    return stream;
 }
 
+/// The library's text without the name that it gives the file, which is said anyway.
+std::string
+withoutName(std::string const& text, std::string const& file) {
+   if (text.starts_with(file + ": ")) {
+      return text.substr(file.size() + 2);
+   }
+   // Standard input is named by its descriptor.
+   auto const end = text.find(">: ");
+   return text.starts_with("<fd:") && end != std::string::npos ? text.substr(end + 3) : text;
+}
+
 } // namespace
 
 void
@@ -111,7 +122,8 @@ Recording::read(void* target, std::size_t size) {
    int code = Z_OK;
    char const* const text = gzerror(stream_.get(), &code);
    if (got < 0 || (static_cast<std::size_t>(got) < size && code != Z_OK && code != Z_STREAM_END)) {
-      throw errorAt(code == Z_ERRNO ? std::strerror(errno) : text);
+      auto const what = code == Z_ERRNO ? std::strerror(errno) : withoutName(text, file_);
+      throw offset_ == 0 ? RecordingError(file_ + ": cannot be read: " + what) : errorAt(what);
    }
    return static_cast<std::size_t>(got);
 }

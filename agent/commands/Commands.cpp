@@ -26,6 +26,19 @@ Environment:
   NO_COLOR           when it is set and not empty, there is no colour at a terminal either
   RUNTIME_DIRECTORY  the folder of the control socket, unless --control names that)";
 
+/// The parser's words for an option without its value say how many are required.
+std::string
+missingValueNamed(std::string text) {
+   constexpr std::string_view before = ": 1 required ";
+   constexpr std::string_view behind = " missing";
+   auto const at = text.find(before);
+   if (at != std::string::npos && text.ends_with(behind)) {
+      text.resize(text.size() - behind.size());
+      text.replace(at, before.size(), ": needs a value: ");
+   }
+   return text;
+}
+
 } // namespace
 
 Commands::Commands()
@@ -70,7 +83,8 @@ Commands::end(CLI::ParseError const& error) const {
       app_.exit(error, out, out);
       return {.text = out.str()};
    }
-   auto what = printable(error.what());
+   bool const isAboutCount = dynamic_cast<CLI::ArgumentMismatch const*>(&error) != nullptr;
+   auto what = printable(isAboutCount ? missingValueNamed(error.what()) : error.what());
    if (app_.get_subcommands().empty() && app_.remaining_size() != 0) {
       what = fmt::format("{}: is no command", printable(app_.remaining().front()));
    }

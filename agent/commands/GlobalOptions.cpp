@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <fmt/format.h>
+#include <limits>
 
 namespace L3TunnelAgent {
 
@@ -54,7 +55,9 @@ chipSizeIs(ModelChip::Chip::Sizes& sizes, std::string const& text) {
       throw wrong("--chip-size", text,
                   fmt::format("rows is a number from 0 to {}", ModelChip::Chip::maxRows));
    }
-   sizes[table] = *rows;
+   if (!sizes.emplace(table, *rows).second) {
+      throw wrong("--chip-size", text, table + " has its rows already");
+   }
 }
 
 /// The bits of "4", "4-7", "4,6-8" or "all"; nothing when it is none of these.
@@ -112,6 +115,7 @@ optionsAre(CLI::App& app, GlobalOptions& options) {
    app.add_option(
             "--hash-seed", options.hashSeed,
             "seed of the hash collections, which fixes the order of a block's members (default: random)")
+         ->check(CLI::Range(std::numeric_limits<std::uint32_t>::max()).description(""))
          ->type_name("NUMBER");
    app.add_option("--trace", options.traces,
                   "write the library's text trace to standard error, as in L3UnderlayTunnel/4-8 or "

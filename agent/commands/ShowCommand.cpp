@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -89,15 +90,22 @@ showJson(Sections const& sections, View const& view, ShowOptions const& options)
    return document;
 }
 
+/// Whether a recording was forgotten behind the sections, rather than being named like one of them.
+bool
+isSectionAlone(std::string const& last) {
+   std::error_code ignored;
+   return section(last) && !std::filesystem::exists(last, ignored);
+}
+
 Answer
 run(ShowOptions options, Context& context) {
    // What was parsed as sections and recording together ends with the recording, if there is one.
-   if (!context.running && !options.positionals.empty()) {
+   if (!context.running && !options.positionals.empty() && !isSectionAlone(options.positionals.back())) {
       options.source.recording = options.positionals.back();
       options.positionals.pop_back();
    }
-   positionalsAre(context, options.source);
    auto const wanted = chosen(options.positionals);
+   positionalsAre(context, options.source);
    Subject const subject(context, options.source);
    Users const users(subject.agent().fabric());
    View const view{subject.agent(), users};

@@ -1,3 +1,4 @@
+#include "agent/control/tests/TemporaryFolder.h"
 #include "agent/tests/AgentProcess.h"
 #include "agent/tests/Expected.h"
 
@@ -120,6 +121,29 @@ TEST(CommandTest, WrongValuesAreNamed) {
    expectUsageError("lookup " + dump() + " nowhere", "DESTINATION nowhere");
    expectUsageError("lookup " + dump() + " 10.255.1.2 --spread 0", "--spread");
    expectUsageError("lookup " + dump() + " 10.255.1.2 --spread 1000001", "--spread");
+}
+
+TEST(CommandTest, ValueThatIsMissingOrGivenTwiceIsNamed) {
+   expectUsageError("program x --to-cpu", "--to-cpu: needs a value: punt|drop");
+   expectUsageError("program x --hash-seed", "--hash-seed: needs a value: NUMBER");
+   expectUsageError("program x --chip-size", "--chip-size: needs a value: TABLE=ROWS");
+   expectUsageError("program --hash-seed abc x", "--hash-seed: Value abc not in range 0 to 4294967295");
+   expectUsageError("program --hash-seed 4294967296 x", "not in range 0 to 4294967295");
+   expectUsageError("--chip-size EgrL3Oif2=5 --chip-size EgrL3Oif2=6 program x",
+                    "--chip-size EgrL3Oif2=6: EgrL3Oif2 has its rows already");
+}
+
+TEST(CommandTest, SectionsWithoutARecordingAreNoRecording) {
+   TemporaryFolder const folder;
+   auto const show = "cd " + folder / "" + "; " AGENT_BINARY " show ";
+   for (auto const* sections : {"destinations", "groups destinations"}) {
+      auto const outcome = runShell(show + sections);
+      EXPECT_EQ(outcome.exitCode, 2) << sections;
+      EXPECT_THAT(outcome.error, HasSubstr("RECORDING is required, or --running")) << sections;
+   }
+   std::filesystem::copy_file(dump(), folder / "destinations");
+   EXPECT_EQ(runShell(show + "destinations").exitCode, 0) << "a file of that name";
+   EXPECT_EQ(runShell(show + "groups destinations").exitCode, 0);
 }
 
 TEST(CommandTest, WrongFlowsAreNamed) {

@@ -113,7 +113,9 @@ TEST_F(RecordingTest, AnotherFileIsRefused) {
 TEST_F(RecordingTest, FileThatIsNotThereIsNamed) {
    EXPECT_THAT([] { Recording("/nonexistent/file.rnl"); },
                testing::ThrowsMessage<RecordingError>(HasSubstr("/nonexistent/file.rnl: cannot be opened")));
-   EXPECT_THROW(Recording{std::filesystem::temp_directory_path()}, RecordingError);
+   auto const folder = std::filesystem::temp_directory_path();
+   EXPECT_THAT([&] { Recording{folder}; },
+               testing::ThrowsMessage<RecordingError>(folder.string() + ": cannot be read: Is a directory"));
 }
 
 TEST_F(RecordingTest, EndWithinAFrameIsAnErrorAndEndBetweenFramesIsNot) {
@@ -131,6 +133,13 @@ TEST_F(RecordingTest, EndWithinAFrameIsAnErrorAndEndBetweenFramesIsNot) {
                << size;
       }
    }
+}
+
+TEST_F(RecordingTest, CompressedFileThatIsCutIsNamedOnce) {
+   writeCompressed(twoFrames);
+   auto const whole = contents();
+   write(whole.substr(0, whole.size() - 4));
+   EXPECT_THAT(errorText(), testing::MatchesRegex(file.string() + ": frame [0-9] at byte [0-9]+: [^/]*"));
 }
 
 TEST_F(RecordingTest, CompressedFileCutAnywhereIsAnError) {
