@@ -4,6 +4,7 @@
 #include "agent/Messages.h"
 #include "agent/Recording.h"
 
+#include <cerrno>
 #include <cstring>
 #include <linux/rtnetlink.h>
 #include <vector>
@@ -11,6 +12,15 @@
 namespace L3TunnelAgent {
 
 namespace {
+
+constexpr int mostError = 4096; // the kernel's own numbers are below
+
+/// @param code negative, as the kernel has it; anything when the message lies.
+std::string
+errorText(int code) {
+   auto const number = "error " + std::to_string(code);
+   return code < 0 && code > -mostError ? std::string(std::strerror(-code)) + " (" + number + ")" : number;
+}
 
 /// Errors, and dumps that the kernel broke off, come with a negative error number.
 void
@@ -23,8 +33,8 @@ checkControl(nlmsghdr const* header) {
    }
    char const* const name = header->nlmsg_type == NLMSG_ERROR ? "NLMSG_ERROR" : "NLMSG_DONE";
    int const code = fixedPart<int>(name, header);
-   if (code != 0) {
-      throw MessageError(std::string(name) + ": the kernel answered with error " + std::to_string(code));
+   if (code != 0 && !(code > -mostError && meansNone(-code))) {
+      throw MessageError(std::string(name) + ": the kernel answered with " + errorText(code));
    }
 }
 
@@ -101,6 +111,11 @@ messageSize(std::span<std::byte const> datagram) {
    }
    std::size_t const length = read<nlmsghdr>(datagram).nlmsg_len;
    return length < sizeof(nlmsghdr) || length > datagram.size() ? datagram.size() : length;
+}
+
+bool
+meansNone(int error) {
+   return error == EOPNOTSUPP || error == EAFNOSUPPORT || error == EPROTONOSUPPORT;
 }
 
 bool

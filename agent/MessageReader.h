@@ -25,7 +25,8 @@ std::size_t messageSize(std::span<std::byte const> datagram);
 /// entries, next hops, routes and rules are passed over.
 /// @param datagram what one receive call returned, at any alignment.
 /// @throws MessageError when a message or one of its attributes is malformed, or carries an error of the
-/// kernel; the messages before it are applied then, it and those behind it are not.
+/// kernel that does not mean that it has none of a kind; the messages before it are applied then, it and
+/// those behind it are not.
 void applyDatagram(KernelState& state, std::span<std::byte const> datagram);
 
 /// Calls visit(message) for each message of a datagram, its header included, in order. What is no whole
@@ -39,6 +40,10 @@ eachMessage(std::span<std::byte const> datagram, Visit const& visit) {
       datagram = datagram.subspan(std::min<std::size_t>((size + 3) / 4 * 4, datagram.size()));
    }
 }
+
+/// @return whether a kernel that refuses to tell its state with that error number has none of what it was
+/// asked for, which is as good as an empty answer.
+bool meansNone(int error);
 
 /// @return whether a kernel's reply says that what it tells of changed while it did: something may be told
 /// twice, or not at all.

@@ -1,8 +1,9 @@
 #include "agent/live/KernelReader.h"
 
+#include "agent/MessageReader.h"
+
 #include <algorithm>
 #include <asio/post.hpp>
-#include <cerrno>
 #include <cstring>
 #include <linux/rtnetlink.h>
 
@@ -220,10 +221,9 @@ KernelReader::finished(DumpReader::State state) {
    answered();
 }
 
-/// What a kernel does not have is as good as empty.
 void
 KernelReader::refused(int error) {
-   if (error != EOPNOTSUPP && error != EAFNOSUPPORT && error != EPROTONOSUPPORT) {
+   if (!meansNone(error)) {
       return tryAgain(std::strerror(error));
    }
    listener_.told(LogLevel::notice, std::string("the kernel has no ") + kinds_.front().name);

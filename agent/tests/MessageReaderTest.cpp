@@ -4,7 +4,9 @@
 #include "agent/tests/MessageBuilder.h"
 #include "agent/tests/TemporaryFile.h"
 
+#include <cerrno>
 #include <gmock/gmock.h>
+#include <limits>
 #include <linux/if_link.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
@@ -113,10 +115,24 @@ TEST(MessageReader, EndOfADumpIsFineAndItsErrorIsOne) {
    EXPECT_EQ(errorOf(control(NLMSG_DONE, 0).datagram()), "no error");
    EXPECT_EQ(errorOf(control(NLMSG_ERROR, 0).datagram()), "no error");
    EXPECT_THAT(errorOf(control(NLMSG_DONE, -16).datagram()),
-               AllOf(HasSubstr("NLMSG_DONE"), HasSubstr("-16")));
+               AllOf(HasSubstr("NLMSG_DONE"), HasSubstr("Device or resource busy (error -16)")));
    EXPECT_THAT(errorOf(control(NLMSG_ERROR, -1).datagram()),
-               AllOf(HasSubstr("NLMSG_ERROR"), HasSubstr("-1")));
+               AllOf(HasSubstr("NLMSG_ERROR"), HasSubstr("Operation not permitted (error -1)")));
+   EXPECT_THAT(errorOf(control(NLMSG_ERROR, 7).datagram()), HasSubstr("answered with error 7"));
+   EXPECT_THAT(errorOf(control(NLMSG_ERROR, std::numeric_limits<int>::min()).datagram()),
+               HasSubstr("answered with error -2147483648"));
    EXPECT_THAT(errorOf(control(NLMSG_OVERRUN, 0).datagram()), HasSubstr("lost"));
+}
+
+TEST(MessageReader, WhatTheKernelDoesNotHaveIsEmptyAndTheRestIsRead) {
+   for (int const code : {EOPNOTSUPP, EAFNOSUPPORT, EPROTONOSUPPORT}) {
+      for (std::uint16_t const type : {NLMSG_ERROR, NLMSG_DONE}) {
+         auto datagram = control(type, -code).datagram();
+         auto const next = neighbourMessage().datagram();
+         datagram.insert(datagram.end(), next.begin(), next.end());
+         EXPECT_EQ(applied(datagram).neighbours().size(), 1U) << code;
+      }
+   }
 }
 
 TEST(MessageReader, MessagesBeforeAMalformedOneAreApplied) {
