@@ -87,6 +87,14 @@ replaced(Routes& routes, Route const& route, RoutePlace place, IpAddress::Family
    return findOfMetric(routes, route.metric, [&](Route const& r) { return areEqualRank(r, route); });
 }
 
+/// Whether a message that replaces, where the same route stands further behind, only tells of that one: the
+/// kernel tells so of the routes of a next-hop object that was replaced. It lets nobody put one IPv4 route
+/// twice.
+bool
+isToldAnew(RouteKey const& key, Route const& route) {
+   return key.prefix.address.family == IpAddress::Family::v4 || route.nextHopId;
+}
+
 void
 insert(Routes& routes, Route route, RoutePlace place) {
    auto const range = ofMetric(routes, route.metric);
@@ -395,21 +403,25 @@ KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
    }
    editRoutes(key, [&](Routes& all) {
       auto found = replaced(all, route, place, key.prefix.address.family);
+      auto const same = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
       if (found == all.end()) {
-         found = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
+         found = same;
+      } else if (same != all.end() && same != found && isToldAnew(key, route)) {
+         found = same;
+         ++doubts_;
       }
       if (found == all.end()) {
          routeIndexed(key, route, true);
          insert(all, std::move(route), place);
          return true;
       }
-      bool const same = found->isSame(route) && isSameState(*found, route);
-      if (!same) {
+      bool const differs = !found->isSame(route) || !isSameState(*found, route);
+      if (differs) {
          routeIndexed(key, *found, false);
          routeIndexed(key, route, true);
       }
       *found = std::move(route);
-      return !same;
+      return differs;
    });
 }
 

@@ -18,7 +18,7 @@ namespace L3TunnelAgent {
 enum class RoutePlace : std::uint8_t {
    behind,  // all of them
    before,  // all of them
-   instead, // of the first of them; behind the others when there is none
+   instead, // of the first of them, unless the same route is there; behind the others when there is none
 };
 
 /// The forwarding state of a kernel as it told it, without any conclusion but one: what the kernel does to
@@ -129,8 +129,8 @@ class KernelState {
    /// @return a copy that knows no next-hop object and no route, to be read anew. Nothing is noted in it.
    KernelState withoutRoutes() const;
 
-   /// @return how often the kernel may have dropped next-hop objects or routes without telling, so that what
-   /// is concluded here is worth asking for.
+   /// @return how often the kernel may have dropped next-hop objects or routes without telling, or told of a
+   /// route in words that leave its place open, so that what is concluded here is worth asking for.
    std::uint64_t doubts() const { return doubts_; }
 
  private:
