@@ -24,6 +24,7 @@ bool
 Route::isSame(Route const& other) const {
    return type == other.type && tos == other.tos && scope == other.scope && metric == other.metric &&
           nextHopId == other.nextHopId && preferredSource == other.preferredSource &&
+          protocol == other.protocol &&
           std::equal(hops.begin(), hops.end(), other.hops.begin(), other.hops.end(),
                      [](NextHop const& a, NextHop const& b) { return a.isSame(b); });
 }

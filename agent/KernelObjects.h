@@ -135,6 +135,7 @@ struct Route {
    std::optional<std::uint32_t> nextHopId{};
    std::vector<NextHop> hops{};                // empty when nextHopId is set
    std::optional<IpAddress> preferredSource{}; // an address of this machine
+   std::uint8_t protocol{};                    // who made it: RTPROT_*
 
    bool operator==(Route const&) const = default;
 

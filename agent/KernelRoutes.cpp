@@ -27,17 +27,24 @@ isOneOf(NextHop const& hop, std::vector<NextHop> const& hops) {
    return std::any_of(hops.begin(), hops.end(), [&](NextHop const& other) { return isToSame(hop, other); });
 }
 
+/// Whether it looks like one that the kernel made of a router advertisement.
+bool
+isAdvertised(Route const& route) {
+   return route.protocol == RTPROT_RA && route.hops.size() == 1;
+}
+
 /// Whether the kernel makes one route of this and others of that kind and metric.
 bool
 isShared(Route const& route) {
-   return route.type == RTN_UNICAST && !route.hops.empty() &&
+   return route.type == RTN_UNICAST && !route.hops.empty() && !isAdvertised(route) &&
           std::all_of(route.hops.begin(), route.hops.end(), [](auto const& hop) { return hop.gateway; });
 }
 
-/// The kernel names the next hops of an IPv6 route from the one that was added last on, and when it is asked
-/// for, from the first: their order means nothing.
+/// Makes different words for one shared route the same: the kernel names its next hops from the one that was
+/// added last on, and when it is asked for, from the first, and who made that one.
 void
-hopsAreInOrder(Route& route) {
+sharedIsAlike(Route& route) {
+   route.protocol = RTPROT_UNSPEC;
    std::sort(route.hops.begin(), route.hops.end(), [](NextHop const& one, NextHop const& other) {
       return std::tie(one.device, one.gateway) < std::tie(other.device, other.gateway);
    });
@@ -392,16 +399,33 @@ KernelState::isSameState(Route const& one, Route const& other) const {
                      [&](auto const& a, auto const& b) { return hopState(a) == hopState(b); });
 }
 
+/// Takes out what looked like the kernel's own of an advertisement, but is a next hop of a shared route: it
+/// was made by a program that reads advertisements itself.
+/// @return whether there was any.
+bool
+KernelState::takeInto(RouteKey const& key, Route const& shared, Routes& all) {
+   return std::erase_if(all, [&](Route const& route) {
+             bool const isPart = route.metric == shared.metric && isAdvertised(route) &&
+                                 isOneOf(route.hops.front(), shared.hops);
+             if (isPart) {
+                routeIndexed(key, route, false);
+             }
+             return isPart;
+          }) != 0;
+}
+
 void
 KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
    ++messages_;
    for (NextHop& hop : route.hops) {
       hop.told.value = messages_;
    }
-   if (key.prefix.address.family == Family::v6 && isShared(route)) {
-      hopsAreInOrder(route);
+   bool const isSharedV6 = key.prefix.address.family == Family::v6 && isShared(route);
+   if (isSharedV6) {
+      sharedIsAlike(route);
    }
    editRoutes(key, [&](Routes& all) {
+      bool const hasTaken = isSharedV6 && route.hops.size() > 1 && takeInto(key, route, all);
       auto found = replaced(all, route, place, key.prefix.address.family);
       auto const same = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
       if (found == all.end()) {
@@ -421,13 +445,16 @@ KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
          routeIndexed(key, route, true);
       }
       *found = std::move(route);
-      return differs;
+      return differs || hasTaken;
    });
 }
 
 bool
-KernelState::routeDel(RouteKey const& key, Route const& route) {
+KernelState::routeDel(RouteKey const& key, Route route) {
    bool const isV4 = key.prefix.address.family == Family::v4;
+   if (!isV4 && isShared(route)) {
+      sharedIsAlike(route);
+   }
    return routes(key) && editRoutes(key, [&](Routes& all) {
              auto found = findOfMetric(all, route.metric, [&](Route const& r) { return r.isSame(route); });
              if (found == all.end() && isV4) {

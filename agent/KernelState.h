@@ -104,12 +104,13 @@ class KernelState {
    void nextHopDel(std::uint32_t id);
 
    /// A route that is there already stays where it is, and is told anew. IPv6 routes of one metric whose next
-   /// hops all have gateways are one route of the kernel, so the last one told is all of it.
+   /// hops all have gateways are one route of the kernel, so the last one told is all of it; but those that it
+   /// makes of router advertisements stay apart, each with its one next hop.
    void routeIs(RouteKey const& key, Route route, RoutePlace place = RoutePlace::behind);
 
    /// Removes the route, or from an IPv6 one some of its next hops.
    /// @return whether there was such a route.
-   bool routeDel(RouteKey const& key, Route const& route);
+   bool routeDel(RouteKey const& key, Route route);
 
    /// Adds a rule behind those of its priority; one that is there already is not added twice.
    /// @param dumped whether it answers a request for all rules: the first that does replaces those that a
@@ -157,6 +158,7 @@ class KernelState {
    bool membersDel(std::uint32_t group, std::set<std::uint32_t> const& members);
    void markedBy(NextHop const& hop);
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
+   bool takeInto(RouteKey const& key, Route const& shared, Routes& all);
    bool allDead(Route const& route) const;
    bool isSameState(Route const& one, Route const& other) const;
    void hopsAre(int device, bool dead);

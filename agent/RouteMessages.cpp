@@ -166,7 +166,8 @@ applyRoute(KernelState& state, nlmsghdr const* header) {
                .metric = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_PRIORITY)).value_or(0),
                .nextHopId = attributes.u32(L3TUNNEL_ATTRIBUTE(RTA_NH_ID)),
                .hops = readHops(fixed, attributes, message),
-               .preferredSource = attributes.address(L3TUNNEL_ATTRIBUTE(RTA_PREFSRC))};
+               .preferredSource = attributes.address(L3TUNNEL_ATTRIBUTE(RTA_PREFSRC)),
+               .protocol = fixed.rtm_protocol};
    if (header->nlmsg_type == RTM_DELROUTE) {
       state.routeDel(key, route);
    } else {

@@ -75,4 +75,94 @@ TEST_P(EqualRoutesTest, RouteThatIsNotThereReplacesTheFirst) {
    EXPECT_TRUE(state.routes(key())->front().isSame(byGateway(GetParam().gateway)));
 }
 
+class AdvertisedRoutesTest : public testing::Test, protected StateBuilder {
+ protected:
+   static constexpr auto all = "::/0";
+
+   AdvertisedRoutesTest() {
+      link(port1, "swp1");
+      link(port2, "swp2");
+   }
+
+   void told(std::vector<NextHop> hops, std::uint8_t protocol, RoutePlace place = RoutePlace::behind) {
+      state.routeIs({main, prefix(all)},
+                    {.type = RTN_UNICAST, .metric = 1024, .hops = std::move(hops), .protocol = protocol},
+                    place);
+   }
+
+   bool del(std::vector<NextHop> hops, std::uint8_t protocol) {
+      return state.routeDel(
+            {main, prefix(all)},
+            {.type = RTN_UNICAST, .metric = 1024, .hops = std::move(hops), .protocol = protocol});
+   }
+
+   /// @return the gateways, those of one route in brackets.
+   std::string text() const {
+      std::string result;
+      auto const* const found = state.routes({main, prefix(all)});
+      for (auto const& route : found ? *found : RouteTable::Routes()) {
+         std::string gateways;
+         for (auto const& each : route.hops) {
+            gateways += (gateways.empty() ? "" : " ") + each.gateway->text();
+         }
+         result += "[" + gateways + "]";
+      }
+      return result;
+   }
+
+   NextHop const router1 = hop(port1, "fe80::1");
+   NextHop const router2 = hop(port2, "fe80::2");
+   NextHop const hand3 = hop(port1, "fe80::3");
+   NextHop const hand4 = hop(port2, "fe80::4");
+};
+
+TEST_F(AdvertisedRoutesTest, EachOfTheKernelsOwnStaysAndGoesByItself) {
+   told({router1}, RTPROT_RA);
+   told({router2}, RTPROT_RA);
+   EXPECT_EQ(text(), "[fe80::1][fe80::2]");
+   told({hand3}, RTPROT_BOOT);
+   told({hand4, hand3}, RTPROT_STATIC);
+   EXPECT_EQ(text(), "[fe80::1][fe80::2][fe80::3 fe80::4]");
+   EXPECT_TRUE(del({router1}, RTPROT_RA));
+   EXPECT_EQ(text(), "[fe80::2][fe80::3 fe80::4]");
+   told({hand4}, RTPROT_BOOT, RoutePlace::instead);
+   EXPECT_EQ(text(), "[fe80::2][fe80::4]");
+   EXPECT_TRUE(del({hand4}, RTPROT_BOOT));
+   EXPECT_TRUE(del({router2}, RTPROT_RA));
+   EXPECT_EQ(text(), "");
+}
+
+TEST_F(AdvertisedRoutesTest, ThoseThatAProgramMakesAreShared) {
+   told({router1}, RTPROT_RA);
+   told({router2, router1}, RTPROT_RA);
+   EXPECT_EQ(text(), "[fe80::1 fe80::2]");
+   told({hand3, router1, router2}, RTPROT_STATIC);
+   EXPECT_EQ(text(), "[fe80::1 fe80::3 fe80::2]");
+   EXPECT_TRUE(del({router1}, RTPROT_RA));
+   EXPECT_TRUE(del({router2}, RTPROT_RA));
+   EXPECT_EQ(text(), "[fe80::3]");
+   EXPECT_TRUE(del({hand3}, RTPROT_STATIC));
+   EXPECT_EQ(text(), "");
+}
+
+TEST_F(AdvertisedRoutesTest, WhoMadeASharedRouteIsToldInMoreThanOneWay) {
+   told({hand3, hand4}, RTPROT_STATIC);
+   state.takeChanges();
+   told({hand4, hand3}, RTPROT_BOOT);
+   EXPECT_EQ(state.takeChanges(), Changes{});
+}
+
+TEST_F(AdvertisedRoutesTest, Ipv4RoutesOfTwoMakersAreTwo) {
+   RouteKey const key{main, prefix("10.9.0.0/24")};
+   auto const by = [&](std::uint8_t protocol) {
+      return Route{.type = RTN_UNICAST, .hops = {hop(port1, "10.0.0.2")}, .protocol = protocol};
+   };
+   state.routeIs(key, by(RTPROT_STATIC));
+   state.routeIs(key, by(RTPROT_BGP));
+   EXPECT_EQ(routes("10.9.0.0/24"), 2U);
+   EXPECT_TRUE(state.routeDel(key, by(RTPROT_STATIC)));
+   ASSERT_EQ(routes("10.9.0.0/24"), 1U);
+   EXPECT_EQ(state.routes(key)->front().protocol, RTPROT_BGP);
+}
+
 } // namespace L3TunnelAgent

@@ -72,13 +72,18 @@ Namespace::sysctl(std::string const& key, std::string const& value) const {
 }
 
 int
-Namespace::openRouteSocket() const {
+Namespace::openSocket(int family, int type, int protocol) const {
    Visit const visit(name_);
-   int const result = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+   int const result = socket(family, type | SOCK_CLOEXEC, protocol);
    if (result < 0) {
-      throw std::runtime_error(std::string("netlink socket: ") + std::strerror(errno));
+      throw std::runtime_error(std::string("socket: ") + std::strerror(errno));
    }
    return result;
+}
+
+int
+Namespace::openRouteSocket() const {
+   return openSocket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
 }
 
 int

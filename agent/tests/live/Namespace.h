@@ -27,7 +27,11 @@ class Namespace {
    /// @return the number of a device there. Throws std::runtime_error when there is none of that name.
    int deviceIndex(std::string const& device) const;
 
-   /// Opens a netlink socket of the route family there, and returns its descriptor, which the caller closes.
+   /// Opens a socket there, and returns its descriptor, which the caller closes. Throws std::runtime_error
+   /// when it cannot be had.
+   int openSocket(int family, int type, int protocol) const;
+
+   /// The same with a netlink socket of the route family.
    int openRouteSocket() const;
 
  private:
