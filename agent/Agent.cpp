@@ -29,7 +29,7 @@ Agent::Agent(Fabric::Settings settings) : fabric_(std::move(settings)) {}
 
 std::optional<Round>
 Agent::roundFrom(RoundReader& reader) {
-   auto round = reader.next([this](std::span<std::byte const> payload) { messageIs(payload); });
+   auto round = reader.next([this](Frame const& frame) { frameIs(frame.tag, frame.payload); });
    if (round) {
       derive();
       Stopwatch const watch(work_.programming);
@@ -42,9 +42,16 @@ Agent::roundFrom(RoundReader& reader) {
 
 void
 Agent::messageIs(std::span<std::byte const> datagram) {
+   constexpr std::uint8_t noReply = 0;
+   frameIs(noReply, datagram);
+}
+
+/// @param tag of a reply to a request, otherwise 0.
+void
+Agent::frameIs(std::uint8_t tag, std::span<std::byte const> datagram) {
    Stopwatch const watch(work_.reading);
    ++work_.frames;
-   applyDatagram(kernel_, datagram);
+   applyReply(kernel_, tag, datagram);
 }
 
 bool

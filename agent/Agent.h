@@ -64,6 +64,7 @@ class Agent {
    Work const& work() const { return work_; }
 
  private:
+   void frameIs(std::uint8_t tag, std::span<std::byte const> datagram);
    void derive();
    void handOver(std::size_t most);
 

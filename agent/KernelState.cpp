@@ -267,6 +267,15 @@ KernelState::ruleIs(Family family, Rule const& rule, bool dumped) {
 }
 
 void
+KernelState::rulesAreDumped(Family family) {
+   auto& rules = rules_[static_cast<std::size_t>(family)];
+   if (!std::exchange(rules.dumped, true)) {
+      rules.list.clear();
+      changes_.rules.insert(family);
+   }
+}
+
+void
 KernelState::ruleDel(Family family, Rule const& rule) {
    if (std::erase(rules_[static_cast<std::size_t>(family)].list, rule) != 0) {
       changes_.rules.insert(family);

@@ -118,6 +118,9 @@ class KernelState {
    void ruleIs(Family family, Rule const& rule, bool dumped = false);
    void ruleDel(Family family, Rule const& rule);
 
+   /// A request for all rules is answered: where no rule did, there is none.
+   void rulesAreDumped(Family family);
+
    /// @return what became different since this was called last, or since the beginning.
    Changes takeChanges() { return std::exchange(changes_, {}); }
    bool hasChanges() const { return !changes_.empty(); }

@@ -153,6 +153,19 @@ applyDatagram(KernelState& state, std::span<std::byte const> datagram) {
    }
 }
 
+void
+applyReply(KernelState& state, std::uint8_t tag, std::span<std::byte const> datagram) {
+   applyDatagram(state, datagram);
+   if (tag != rulesTag && tag != rulesTagV6) {
+      return;
+   }
+   eachMessage(datagram, [&](std::span<std::byte const> message) {
+      if (message.size() >= sizeof(nlmsghdr) && read<nlmsghdr>(message).nlmsg_type == NLMSG_DONE) {
+         state.rulesAreDumped(tag == rulesTag ? IpAddress::Family::v4 : IpAddress::Family::v6);
+      }
+   });
+}
+
 KernelState
 recordedState(std::filesystem::path const& file) {
    KernelState state;
@@ -162,7 +175,7 @@ recordedState(std::filesystem::path const& file) {
          continue;
       }
       try {
-         applyDatagram(state, frame->payload);
+         applyReply(state, frame->tag, frame->payload);
       } catch (MessageError const& e) {
          throw recording.error(e.what());
       }

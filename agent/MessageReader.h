@@ -29,6 +29,10 @@ std::size_t messageSize(std::span<std::byte const> datagram);
 /// those behind it are not.
 void applyDatagram(KernelState& state, std::span<std::byte const> datagram);
 
+/// Applies a reply to a request for all of one kind, as above.
+/// @param tag what recordings know the kind by.
+void applyReply(KernelState& state, std::uint8_t tag, std::span<std::byte const> datagram);
+
 /// Calls visit(message) for each message of a datagram, its header included, in order. What is no whole
 /// message is the last one.
 template <typename Visit>

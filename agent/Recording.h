@@ -26,6 +26,10 @@ enum class FrameKind : std::uint8_t {
    note = 3,      // text of the recorder, such as a lost datagram
 };
 
+/// What recordings know dumps of rules by.
+constexpr std::uint8_t rulesTag = 8;
+constexpr std::uint8_t rulesTagV6 = 10;
+
 struct Frame {
    FrameKind kind{};
    std::uint8_t tag{};          // of a dump reply: which dump; otherwise 0

@@ -45,7 +45,7 @@ RoundReader::next(Take const& take) {
 
 std::optional<Round>
 RoundReader::next(KernelState& state) {
-   return next([&](std::span<std::byte const> payload) { applyDatagram(state, payload); });
+   return next([&](Frame const& frame) { applyReply(state, frame.tag, frame.payload); });
 }
 
 void
@@ -56,7 +56,7 @@ RoundReader::take(Frame const& frame, Take const& take) {
    }
    pending_.overrun |= frame.kind == FrameKind::dumpReply && isInterrupted(frame.payload);
    try {
-      take(frame.payload);
+      take(frame);
    } catch (MessageError const& error) {
       throw recording_.error(frame.number, error.what());
    }

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
 
 namespace L3TunnelAgent {
@@ -30,7 +29,7 @@ class RoundReader {
    /// @param recording must outlive this, and is read by nobody else.
    explicit RoundReader(Recording& recording) : recording_(recording) {}
 
-   using Take = std::function<void(std::span<std::byte const> payload)>;
+   using Take = std::function<void(Frame const& frame)>;
 
    /// Reads the next round.
    /// @param take called with each of its frames as it is read, so that none is kept: may throw MessageError.

@@ -1,5 +1,7 @@
 #include "agent/live/DumpKind.h"
 
+#include "agent/Recording.h"
+
 #include <array>
 #include <libmnl/libmnl.h>
 #include <linux/fib_rules.h>
@@ -26,8 +28,8 @@ constexpr std::array kinds{
       DumpKind{.tag = 2, .name = "addresses", .type = RTM_GETADDR, .family = AF_UNSPEC},
       DumpKind{.tag = 3, .name = "neighbours", .type = RTM_GETNEIGH, .family = AF_UNSPEC},
       DumpKind{.tag = 4, .name = "forwarding entries", .type = RTM_GETNEIGH, .family = AF_BRIDGE},
-      DumpKind{.tag = 8, .name = "IPv4 rules", .type = RTM_GETRULE, .family = AF_INET},
-      DumpKind{.tag = 10, .name = "IPv6 rules", .type = RTM_GETRULE, .family = AF_INET6},
+      DumpKind{.tag = rulesTag, .name = "IPv4 rules", .type = RTM_GETRULE, .family = AF_INET},
+      DumpKind{.tag = rulesTagV6, .name = "IPv6 rules", .type = RTM_GETRULE, .family = AF_INET6},
       DumpKind{.tag = 5, .name = "next-hop objects", .type = RTM_GETNEXTHOP, .family = AF_UNSPEC},
       DumpKind{.tag = 6, .name = "IPv4 routes", .type = RTM_GETROUTE, .family = AF_INET},
       DumpKind{.tag = 7, .name = "IPv6 routes", .type = RTM_GETROUTE, .family = AF_INET6},

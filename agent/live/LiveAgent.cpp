@@ -302,8 +302,8 @@ LiveAgent::read() {
 }
 
 void
-LiveAgent::replied(DumpKind const& /*kind*/, std::span<std::byte const> datagram) {
-   takeMessages(datagram, [&](auto message) { applyDatagram(fresh_, message); });
+LiveAgent::replied(DumpKind const& kind, std::span<std::byte const> datagram) {
+   takeMessages(datagram, [&](auto message) { applyReply(fresh_, kind.tag, message); });
 }
 
 void

@@ -1,4 +1,5 @@
 #include "agent/RoundReader.h"
+#include "agent/MessageReader.h"
 #include "agent/tests/Expected.h"
 #include "agent/tests/MessageBuilder.h"
 #include "agent/tests/RecordingBuilder.h"
@@ -33,8 +34,8 @@ roundsOf(RecordingBuilder const& builder) {
    RoundReader reader(recording);
    std::vector<std::string> result;
    std::string taken;
-   auto const take = [&](std::span<std::byte const> payload) {
-      taken.append(reinterpret_cast<char const*>(payload.data()), payload.size());
+   auto const take = [&](Frame const& frame) {
+      taken.append(reinterpret_cast<char const*>(frame.payload.data()), frame.payload.size());
    };
    while (auto const round = reader.next(take)) {
       EXPECT_EQ(round->frames, taken.size()) << "each has one letter";
@@ -232,6 +233,23 @@ TEST(RoundReader, DumpIsOneRound) {
    KernelState state;
    EXPECT_TRUE(reader.next(state));
    EXPECT_FALSE(reader.next(state));
+}
+
+TEST(RoundReader, DumpOfRulesThatEndsWithoutOneLeavesNoneOfThatFamily) {
+   auto const end = MessageBuilder(NLMSG_DONE, 0, NLM_F_MULTI).datagram();
+   std::string_view const done(reinterpret_cast<char const*>(end.data()), end.size());
+   auto const rulesBehind = [&](std::uint8_t tag) {
+      TemporaryFile file;
+      file.write(RecordingBuilder().frame(dumpReply, 1, done, tag).bytes());
+      Recording recording(file.path());
+      KernelState state;
+      EXPECT_TRUE(RoundReader(recording).next(state));
+      EXPECT_EQ(recordedState(file.path()).rules(IpAddress::Family::v4), state.rules(IpAddress::Family::v4));
+      return std::pair(state.rules(IpAddress::Family::v4).size(), state.rules(IpAddress::Family::v6).size());
+   };
+   EXPECT_EQ(rulesBehind(rulesTag), std::pair(0UL, 2UL));
+   EXPECT_EQ(rulesBehind(rulesTagV6), std::pair(3UL, 0UL));
+   EXPECT_EQ(rulesBehind(1), std::pair(3UL, 2UL));
 }
 
 } // namespace L3TunnelAgent

@@ -1,0 +1,63 @@
+#include "agent/tests/live/Folder.h"
+#include "agent/tests/live/RunningAgent.h"
+#include "agent/tests/live/Sandbox.h"
+
+#include <gmock/gmock.h>
+
+namespace L3TunnelAgent::Live {
+
+namespace {
+
+using testing::IsEmpty;
+
+constexpr Seconds limit{10};
+constexpr auto destination = "10.255.1.2";
+
+/// A way by swp1 in the main table and one by swp2 in table 100, and a tunnel.
+class PolicyTest : public testing::Test {
+ protected:
+   void SetUp() override {
+      SKIP_WITHOUT_SANDBOX();
+      space_.emplace("policy");
+      space_->ip(R"(link add swp1 type veth peer name peer1
+link add swp2 type veth peer name peer2
+link set swp1 up
+link set swp2 up
+link set peer1 up
+link set peer2 up
+addr add 10.1.1.0/31 dev swp1
+addr add 10.1.2.0/31 dev swp2
+neigh add 10.1.1.1 lladdr 02:00:00:00:00:01 dev swp1 nud permanent
+neigh add 10.1.2.1 lladdr 02:00:00:00:00:02 dev swp2 nud permanent
+route add 10.255.1.2/32 via 10.1.1.1
+route add 10.255.1.2/32 via 10.1.2.1 table 100
+link add vx type vxlan id 1 dstport 4789 nolearning
+link set vx up)");
+      space_->bridge("fdb append 00:00:00:00:00:00 dev vx dst 10.255.1.2");
+   }
+
+   std::string device() const {
+      auto const truth = kernelTruth(*space_);
+      auto const& vias = truth.at(destination);
+      return vias.empty() ? "" : vias.begin()->device;
+   }
+
+   std::optional<Namespace> space_;
+};
+
+TEST_F(PolicyTest, KernelWithoutRulesHasNoRoutes) {
+   space_->ip(R"(rule flush
+rule del pref 0)");
+   Folder const folder;
+   RunningAgent agent(*space_, folder.path());
+   agent.start();
+   EXPECT_EQ(device(), "");
+   EXPECT_THAT(faults(*space_, agent, limit), IsEmpty());
+   space_->ip("rule add pref 50 table main");
+   EXPECT_EQ(device(), "swp1");
+   EXPECT_THAT(faults(*space_, agent, limit), IsEmpty());
+}
+
+} // namespace
+
+} // namespace L3TunnelAgent::Live
