@@ -89,10 +89,8 @@ class Explanation : public SearchObserver {
       if (applies) {
          say(1, name + whatItDoes(rule));
          suppressed_ = rule.suppressedLength.value_or(0);
-      } else if (rule.selective) {
-         say(1, name + "passed over: it asks for more of a packet than its destination");
-      } else if (rule.destination && !rule.destination->contains(destination_)) {
-         say(1, name + "passed over: it is for " + rule.destination->text());
+      } else if (auto const verdict = ruleVerdict(state_, rule, destination_); verdict != RuleVerdict::yes) {
+         say(1, name + "passed over: " + whyNot(rule, verdict));
       } else if (rule.action == FR_ACT_GOTO) {
          say(1, name + "passed over: there is no rule to go on with");
       } else {
@@ -159,6 +157,16 @@ class Explanation : public SearchObserver {
       default:
          return "look into " + tableName(rule.table);
       }
+   }
+
+   std::string whyNot(Rule const& rule, RuleVerdict verdict) const {
+      if (verdict == RuleVerdict::unknown) {
+         return "it asks for what is not known of a tunnel's packets";
+      }
+      if (!rule.inverted && rule.destination && !rule.destination->contains(destination_)) {
+         return "it is for " + rule.destination->text();
+      }
+      return "it is for other packets than a tunnel's";
    }
 
    void nameEntries() {

@@ -51,6 +51,7 @@ KernelState
 KernelState::withoutRoutes() const {
    KernelState copy;
    copy.links_ = links_;
+   copy.tunnelEnds_ = tunnelEnds_;
    copy.neighbours_ = neighbours_;
    copy.vxlanEntries_ = vxlanEntries_;
    copy.bridgeEntries_ = bridgeEntries_;
@@ -90,7 +91,7 @@ KernelState::differenceTo(KernelState const& other) const {
    addRoutes(other, *this);
 
    for (auto const family : {Family::v4, Family::v6}) {
-      if (rules(family) != other.rules(family)) {
+      if (rules(family) != other.rules(family) || outerHeader(family) != other.outerHeader(family)) {
          changes.rules.insert(family);
       }
    }

@@ -35,6 +35,8 @@ struct Link {
    bool vlanFiltering{};                // of a bridge
    bool ignoreLinkdown{};               // IPv4 routes over it are left out while it has no carrier
    bool ignoreLinkdownV6{};             // and IPv6 ones
+   std::optional<IpAddress> source{};   // of a vxlan device's packets, where it is set
+   std::uint16_t port{};                // that a vxlan device's packets go to; 0: not told
    MessageNumber told{};
 
    bool operator==(Link const&) const = default;
@@ -160,14 +162,28 @@ struct RouteKey {
    auto operator<=>(RouteKey const&) const = default;
 };
 
+struct PortRange {
+   std::uint16_t first{};
+   std::uint16_t last{};
+
+   bool operator==(PortRange const&) const = default;
+};
+
+/// What it asks for of packets that tunnels send is put into words here, as far as that is known of them:
+/// they are made by this machine, are UDP, and have neither a mark nor an owner.
 struct Rule {
    std::uint32_t priority{};
    std::uint8_t action{}; // FR_ACT_*
    std::uint32_t table{};
    std::optional<Prefix> destination{};             // applies to these destinations only
    std::optional<std::uint32_t> suppressedLength{}; // routes of this prefix length or shorter do not count
-   bool selective{};                                // asks for more than the destination of a packet
+   bool selective{};                                // asks for something that is not known of such packets
    std::optional<std::uint32_t> target{};           // priority of the rule that it jumps to
+   std::optional<Prefix> source{};                  // applies to these sources only
+   std::optional<PortRange> port{};                 // and to these destination ports
+   bool foreign{};                                  // asks for something that no such packet is
+   bool inverted{};                                 // applies to just those that it would not apply to
+   std::string selectors{};                         // as they were told, which tells rules apart
 
    bool operator==(Rule const&) const = default;
 };

@@ -107,6 +107,7 @@ KernelState::linkIs(int index, Link link) {
    Link const* const before = this->link(index);
    bool const isLost = before && ((before->isUp() && !isUp) || (before->hasCarrier() && !hasCarrier));
    bool const isBack = before && !before->isUp() && isUp;
+   tunnelEndChanged(tunnelEnd(before), tunnelEnd(&link));
    auto const told = link.told;
    if (!valueIs(links_, index, std::move(link))) {
       // It speaks of its hops once more, but for those that may be dead for want of an address.
@@ -133,6 +134,7 @@ KernelState::linkIs(int index, Link link) {
 
 void
 KernelState::linkDel(int index) {
+   tunnelEndChanged(tunnelEnd(link(index)), {});
    if (links_.erase(index) == 0) {
       return;
    }
@@ -144,6 +146,57 @@ KernelState::linkDel(int index) {
       addressDel(index, address);
    }
    entriesGoAway(index);
+}
+
+std::optional<KernelState::TunnelEnd>
+KernelState::tunnelEnd(Link const* link) {
+   return link && link->kind == LinkKind::vxlan ? std::optional(TunnelEnd(link->source, link->port))
+                                                : std::nullopt;
+}
+
+void
+KernelState::tunnelEndChanged(std::optional<TunnelEnd> const& before, std::optional<TunnelEnd> const& now) {
+   if (before == now) {
+      return;
+   }
+   if (now) {
+      ++tunnelEnds_[*now];
+   }
+   if (before && --tunnelEnds_.at(*before) == 0) {
+      tunnelEnds_.erase(*before);
+   }
+   for (auto const family : {Family::v4, Family::v6}) {
+      auto const& all = rules(family);
+      if (std::any_of(all.begin(), all.end(), [](Rule const& rule) { return rule.source || rule.port; })) {
+         changes_.rules.insert(family);
+      }
+   }
+}
+
+OuterHeader
+KernelState::outerHeader(Family family) const {
+   std::optional<OuterHeader> common;
+   for (auto const& [end, devices] : tunnelEnds_) {
+      auto const& [source, port] = end;
+      if (source && source->family != family) {
+         continue;
+      }
+      // For IPv6 the kernel may choose one and look again.
+      OuterHeader one{.source = source, .port = port != 0 ? std::optional(port) : std::nullopt};
+      if (!source && family == Family::v4) {
+         one.source = IpAddress::fromV4(0);
+      }
+      if (!common) {
+         common = one;
+      }
+      if (common->source != one.source) {
+         common->source.reset();
+      }
+      if (common->port != one.port) {
+         common->port.reset();
+      }
+   }
+   return common.value_or(OuterHeader{});
 }
 
 void

@@ -21,6 +21,14 @@ enum class RoutePlace : std::uint8_t {
    instead, // of the first of them, unless the same route is there; behind the others when there is none
 };
 
+/// What is known of the packets that all tunnels of a family send, besides where they go.
+struct OuterHeader {
+   std::optional<IpAddress> source{}; // of which their routes are looked up; zero while it is still open
+   std::optional<std::uint16_t> port{};
+
+   bool operator==(OuterHeader const&) const = default;
+};
+
 /// The forwarding state of a kernel as it told it, without any conclusion but one: what the kernel does to
 /// next hops and routes when a link goes down or away, of which it tells nothing but the link itself.
 ///
@@ -104,8 +112,8 @@ class KernelState {
    void nextHopDel(std::uint32_t id);
 
    /// A route that is there already stays where it is, and is told anew. IPv6 routes of one metric whose next
-   /// hops all have gateways are one route of the kernel, so the last one told is all of it; but those that it
-   /// makes of router advertisements stay apart, each with its one next hop.
+   /// hops all have gateways are one route of the kernel, so the last one told is all of it; but those that
+   /// it makes of router advertisements stay apart, each with its one next hop.
    void routeIs(RouteKey const& key, Route route, RoutePlace place = RoutePlace::behind);
 
    /// Removes the route, or from an IPv6 one some of its next hops.
@@ -120,6 +128,9 @@ class KernelState {
 
    /// A request for all rules is answered: where no rule did, there is none.
    void rulesAreDumped(Family family);
+
+   /// @return what the vxlan devices that have tunnels of that family agree in.
+   OuterHeader outerHeader(Family family) const;
 
    /// @return what became different since this was called last, or since the beginning.
    Changes takeChanges() { return std::exchange(changes_, {}); }
@@ -143,6 +154,9 @@ class KernelState {
       bool dumped{};
    };
 
+   /// What a vxlan device says of its packets.
+   using TunnelEnd = std::pair<std::optional<IpAddress>, std::uint16_t>;
+
    using Routes = RouteTable::Routes;
    using RouteUses = std::map<RouteKey, std::size_t>; // how often the routes of a prefix use something
 
@@ -152,6 +166,8 @@ class KernelState {
                       Routes const& others) const;
    HopState forwardingState(NextHop const& hop, Family family) const;
 
+   static std::optional<TunnelEnd> tunnelEnd(Link const* link);
+   void tunnelEndChanged(std::optional<TunnelEnd> const& before, std::optional<TunnelEnd> const& now);
    void hopsGoWithDevice(int device);
    void routesGoDown(int device);
    void routesGoAway(int device);
@@ -176,6 +192,7 @@ class KernelState {
    void dropRoutes(RouteKey const& key, Drops const& drops);
 
    std::map<int, Link> links_;
+   std::map<TunnelEnd, std::size_t> tunnelEnds_; // how many vxlan devices have it
    std::map<NeighbourKey, Neighbour> neighbours_;
    std::map<VxlanKey, VxlanEntry> vxlanEntries_;
    BridgeEntries bridgeEntries_;

@@ -38,7 +38,7 @@ linkKind(std::string const& kind) {
 void
 readInfo(Attributes const& info, Link& link) {
    link.kind = linkKind(info.text(L3TUNNEL_ATTRIBUTE(IFLA_INFO_KIND)).value_or(""));
-   if (link.kind != LinkKind::vlan && link.kind != LinkKind::bridge) {
+   if (link.kind == LinkKind::plain) {
       return;
    }
    auto const data = info.nested(L3TUNNEL_ATTRIBUTE(IFLA_INFO_DATA));
@@ -48,6 +48,10 @@ readInfo(Attributes const& info, Link& link) {
    if (link.kind == LinkKind::vlan) {
       link.vlan = data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_ID));
       link.foreignTag = isForeign(data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VLAN_PROTOCOL)));
+   } else if (link.kind == LinkKind::vxlan) {
+      auto const source = data->address(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_LOCAL));
+      link.source = source ? source : data->address(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_LOCAL6));
+      link.port = ntohs(data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_PORT)).value_or(0));
    } else {
       link.vlanFiltering = data->u8(L3TUNNEL_ATTRIBUTE(IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
    }

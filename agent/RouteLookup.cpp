@@ -55,7 +55,8 @@ class Search {
       auto const& rules = state_.rules(destination_.family);
       for (auto rule = rules.begin(); rule != rules.end();) {
          auto const next = jump(rules, rule);
-         bool const applies = asksFor(*rule) && (next != rules.end() || counts(*rule));
+         bool const applies = ruleVerdict(state_, *rule, destination_) == RuleVerdict::yes &&
+                              (next != rules.end() || counts(*rule));
          observer_.onRule(*rule, applies);
          if (applies && rule->action == FR_ACT_GOTO) {
             rule = next;
@@ -73,10 +74,6 @@ class Search {
 
  private:
    using Rules = std::vector<Rule>;
-
-   bool asksFor(Rule const& rule) const {
-      return !rule.selective && (!rule.destination || rule.destination->contains(destination_));
-   }
 
    static bool counts(Rule const& rule) { return rule.action == FR_ACT_TO_TBL || dropReason(rule); }
 
@@ -235,6 +232,41 @@ class Search {
 };
 
 } // namespace
+
+RuleVerdict
+ruleVerdict(KernelState const& state, Rule const& rule, IpAddress const& destination) {
+   bool isKnown = !rule.selective;
+   bool applies = !rule.foreign && (!rule.destination || rule.destination->contains(destination));
+   if (applies && (rule.source || rule.port)) {
+      auto const header = state.outerHeader(destination.family);
+      if (rule.source) {
+         isKnown &= header.source.has_value();
+         applies &= !header.source || rule.source->contains(*header.source);
+      }
+      if (rule.port) {
+         isKnown &= header.port.has_value();
+         applies &= !header.port || (rule.port->first <= *header.port && *header.port <= rule.port->last);
+      }
+   }
+   if (applies && !isKnown) {
+      return RuleVerdict::unknown;
+   }
+   return applies != rule.inverted ? RuleVerdict::yes : RuleVerdict::no;
+}
+
+std::size_t
+unknownRules(KernelState const& state) {
+   std::size_t count = 0;
+   for (auto const family : {IpAddress::Family::v4, IpAddress::Family::v6}) {
+      for (Rule const& rule : state.rules(family)) {
+         IpAddress any;
+         any.family = family;
+         auto const destination = rule.destination ? rule.destination->address : any;
+         count += ruleVerdict(state, rule, destination) == RuleVerdict::unknown ? 1 : 0;
+      }
+   }
+   return count;
+}
 
 RouteMatch
 findRoute(KernelState const& state, IpAddress const& destination, SearchObserver* observer) {

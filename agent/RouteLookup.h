@@ -58,8 +58,21 @@ class SearchObserver {
    virtual void onRoute(Prefix const& /*prefix*/, Route const& /*route*/, RouteVerdict /*verdict*/) {}
 };
 
-/// Finds the route of a packet of which nothing but the destination is known: rules that ask for more, and
-/// routes of a type of service, do not apply to it.
+/// Whether a rule applies to the packets that tunnels send to a destination.
+enum class RuleVerdict : std::uint8_t {
+   no,
+   yes,
+   unknown, // it asks for something that is not known of them
+};
+
+RuleVerdict ruleVerdict(KernelState const& state, Rule const& rule, IpAddress const& destination);
+
+/// @return how many rules of both families ask for something that is not known of any tunnel's packets, and
+/// so are passed over.
+std::size_t unknownRules(KernelState const& state);
+
+/// Finds the route of the packets that tunnels send to a destination. Rules that ask for what is not known of
+/// these, and routes of a type of service, do not apply.
 /// @param observer hears of the search; may be null.
 RouteMatch findRoute(KernelState const& state, IpAddress const& destination,
                      SearchObserver* observer = nullptr);

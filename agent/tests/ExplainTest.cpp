@@ -61,7 +61,7 @@ Its route:
     the kernel told of no route there
   rule 10: look into table 100
     the kernel told of no route there
-  rule 20: passed over: it asks for more of a packet than its destination
+  rule 20: passed over: it asks for what is not known of a tunnel's packets
   rule 30: passed over: it is for 9.0.0.0/8
   rule 40: passed over: it does not look into a table
   rule 32766: look into table 254 (main)
@@ -257,6 +257,12 @@ TEST(ExplainRecorded, EveryDestinationOfEveryFabricIsExplained) {
          EXPECT_GE(leaving + toCpu, vias) << derived.address.text();
       }
    }
+}
+
+TEST_F(ExplainTest, RuleForOtherPacketsIsNamed) {
+   state.ruleIs(IpAddress::Family::v4, {.priority = 20, .action = FR_ACT_TO_TBL, .foreign = true});
+   EXPECT_THAT(explain(destination),
+               Contains("  rule 20: passed over: it is for other packets than a tunnel's"));
 }
 
 } // namespace L3TunnelAgent

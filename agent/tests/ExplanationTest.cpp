@@ -6,7 +6,9 @@
 #include "agent/views/Summary.h"
 
 #include <gmock/gmock.h>
+#include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
+#include <sys/socket.h>
 
 namespace L3TunnelAgent {
 namespace {
@@ -146,6 +148,21 @@ TEST_F(ExplanationTest, SummaryCountsSharedBlocksAndWhatIsNotProgrammed) {
    EXPECT_EQ(summary.count(DestinationState::success), 3U);
    EXPECT_EQ(summary.rowsWritten, agent.rows().count());
    EXPECT_THAT(text(summary, Paint()), HasSubstr("2 blocks of members for them, 1 of these shared"));
+}
+
+TEST_F(ExplanationTest, SummaryCountsRulesThatArePassedOver) {
+   EXPECT_THAT(text(summaryOf(agent), Paint()), Not(HasSubstr("rule")));
+   auto const rule = [](std::uint32_t priority, std::uint8_t tos) {
+      MessageBuilder message(RTM_NEWRULE,
+                             fib_rule_hdr{.family = AF_INET, .tos = tos, .action = FR_ACT_TO_TBL});
+      return message.u32(FRA_PRIORITY, priority).datagram();
+   };
+   agent.messageIs(rule(10, 16));
+   agent.messageIs(rule(11, 0));
+   auto const summary = summaryOf(agent);
+   EXPECT_EQ(summary.rulesPassedOver, 1U);
+   EXPECT_EQ(json(summary).at("rulesPassedOver"), 1);
+   EXPECT_THAT(text(summary, Paint()), HasSubstr("1 policy rule passed over"));
 }
 
 TEST_F(ExplanationTest, OnlyWeightsThatDifferAmongProgrammedViasAreLost) {

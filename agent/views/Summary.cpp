@@ -1,5 +1,6 @@
 #include "agent/views/Summary.h"
 
+#include "agent/RouteLookup.h"
 #include "agent/views/Names.h"
 #include "agent/views/TextTable.h"
 
@@ -75,6 +76,8 @@ remarksText(Summary const& summary) {
    remark(summary.viasShort, "via", "vias", "to the CPU for want of an interface index or a port number");
    remark(summary.weightsNotProgrammed, "destination", "destinations",
           "with unequal weights in the kernel, which are not programmed: members of a group are equal");
+   remark(summary.rulesPassedOver, "policy rule", "policy rules",
+          "passed over, asking for what is not known of tunnel packets");
    out += fmt::format("{} of messages, {} written.\n", counted(summary.rounds, "round", "rounds"),
                       counted(summary.rowsWritten, "row", "rows"));
    return out;
@@ -124,6 +127,7 @@ summaryOf(Agent const& agent) {
    for (auto const& [block, groups] : groupsAt) {
       summary.sharedBlocks += groups > 1 ? 1 : 0;
    }
+   summary.rulesPassedOver = unknownRules(agent.kernel());
    summary.rounds = agent.work().rounds;
    summary.rowsWritten = agent.rows().count();
    for (auto const& table : agent.fabric().chip().tables()) {
@@ -159,6 +163,7 @@ json(Summary const& summary) {
            {"weightsNotProgrammed", summary.weightsNotProgrammed},
            {"blocks", summary.blocks},
            {"sharedBlocks", summary.sharedBlocks},
+           {"rulesPassedOver", summary.rulesPassedOver},
            {"rounds", summary.rounds},
            {"rowsWritten", summary.rowsWritten},
            {"rows", std::move(rows)},

@@ -33,6 +33,7 @@ struct Summary {
    std::size_t weightsNotProgrammed{}; ///< destinations whose programmed vias differ in weight in the kernel
    std::size_t blocks{};               ///< at which groups point
    std::size_t sharedBlocks{};         ///< those at which more than one group points
+   std::size_t rulesPassedOver{};      ///< that ask for what is not known of tunnels' packets
    std::size_t rounds{};
    std::size_t rowsWritten{}; ///< and cleared, in all tables
    std::vector<Rows> rows;

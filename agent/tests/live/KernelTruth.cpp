@@ -224,7 +224,8 @@ lookUp(Namespace const& space, std::set<std::string> const& addresses, KernelFac
    std::vector<std::string> const asked(addresses.begin(), addresses.end());
    std::string lines;
    for (auto const& address : asked) {
-      lines += "route get " + address + " fibmatch\n";
+      // As a tunnel's packets are, which policy rules may ask for.
+      lines += "route get " + address + " ipproto udp dport 4789 fibmatch\n";
    }
    auto const answer = finished({"ip", "-force", "-json", "-batch", "-"}, space.name(), lines);
    static std::regex const refusal("RTNETLINK answers: ([^\n]*)\nCommand failed -:([0-9]+)");

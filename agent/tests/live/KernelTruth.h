@@ -19,7 +19,8 @@ struct KernelFacts {
    nlohmann::json portVlans;  ///< bridge vlan show
    nlohmann::json nextHops;   ///< ip nexthop
 
-   /// The route that the kernel finds for a destination: ip route get ADDRESS fibmatch.
+   /// The route that the kernel finds for a destination: ip route get ADDRESS ipproto udp
+   /// dport 4789 fibmatch.
    std::map<std::string, nlohmann::json> routes;
    /// What the kernel says where it finds none to forward by.
    std::map<std::string, std::string> refusals;

@@ -45,6 +45,29 @@ link set vx up)");
    std::optional<Namespace> space_;
 };
 
+TEST_F(PolicyTest, RulesThatTunnelPacketsMatchForCertainAreObeyed) {
+   Folder const folder;
+   RunningAgent agent(*space_, folder.path());
+   agent.start();
+   EXPECT_THAT(faults(*space_, agent, limit), IsEmpty());
+   struct Case {
+      char const* rule;
+      bool isMatched;
+   };
+   for (auto const& [rule, isMatched] :
+        {Case{"iif lo", true}, Case{"not iif lo", false}, Case{"iif swp2", false}, Case{"not iif swp2", true},
+         Case{"not fwmark 5", true}, Case{"fwmark 5", false}, Case{"fwmark 0/0xff", true},
+         Case{"ipproto udp dport 4789", true}, Case{"ipproto udp dport 4000-5000", true},
+         Case{"dport 4790", false}, Case{"ipproto tcp", false}, Case{"not ipproto tcp", true},
+         Case{"oif swp2", false}, Case{"not to 10.255.0.0/16", false}, Case{"not to 10.254.0.0/16", true}}) {
+      space_->ip(std::string("rule add pref 100 ") + rule + " table 100");
+      EXPECT_EQ(device(), isMatched ? "swp2" : "swp1") << rule;
+      EXPECT_THAT(faults(*space_, agent, limit), IsEmpty()) << rule;
+      space_->ip("rule del pref 100");
+      EXPECT_THAT(faults(*space_, agent, limit), IsEmpty()) << "without " << rule;
+   }
+}
+
 TEST_F(PolicyTest, KernelWithoutRulesHasNoRoutes) {
    space_->ip(R"(rule flush
 rule del pref 0)");
