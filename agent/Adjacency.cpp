@@ -1,5 +1,6 @@
 #include "agent/Adjacency.h"
 
+#include <linux/if.h>
 #include <linux/if_bridge.h>
 #include <linux/neighbour.h>
 
@@ -23,7 +24,7 @@ class Adjacency {
          return via;
       }
       via.sourceMac = device->mac;
-      Neighbour const* const neighbour = state_.neighbour(key);
+      auto const neighbour = neighbourOf(state_, key);
       if (!neighbour) {
          via.reason = "neighbour unresolved: no entry";
       } else if (!isUsable(*neighbour)) {
@@ -171,6 +172,18 @@ class Adjacency {
 };
 
 } // namespace
+
+std::optional<Neighbour>
+neighbourOf(KernelState const& state, NeighbourKey const& key) {
+   if (Neighbour const* const told = state.neighbour(key)) {
+      return *told;
+   }
+   Link const* const device = state.link(key.device);
+   if (!device || !(device->flags & IFF_NOARP)) {
+      return std::nullopt;
+   }
+   return Neighbour{.state = NUD_NOARP, .mac = device->mac};
+}
 
 bool
 isResolved(Neighbour const& neighbour) {

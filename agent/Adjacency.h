@@ -22,6 +22,10 @@ struct AdjacencyInputs {
 /// @param inputs receives what that depends on; may be null.
 DerivedVia adjacency(KernelState const& state, NeighbourKey const& key, AdjacencyInputs* inputs = nullptr);
 
+/// @return the entry of a neighbour: as the kernel told it, or on a device that does not ask for addresses,
+/// as the kernel makes it when it needs one, which it does not tell. Nothing when there is none.
+std::optional<Neighbour> neighbourOf(KernelState const& state, NeighbourKey const& key);
+
 /// @return whether a neighbour's entry has an address that frames can be sent to.
 bool isUsable(Neighbour const& neighbour);
 

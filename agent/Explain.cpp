@@ -257,10 +257,15 @@ class Explanation : public SearchObserver {
 
    void sayNeighbour(NeighbourKey const& key, std::string const& device) {
       std::string const name = "neighbour " + key.address.text() + " on " + device;
-      Neighbour const* const neighbour = state_.neighbour(key);
+      auto const neighbour = neighbourOf(state_, key);
       if (!neighbour) {
          say(2, name + " has no entry: nothing was sent to it yet, or the kernel still asks for it, which it "
                        "does not announce; only the CPU could serve it");
+      } else if (isUsable(*neighbour) && !state_.neighbour(key)) {
+         say(2, name + " needs no entry: " + device +
+                      " is set not to ask for one, so that frames go to its own "
+                      "address " +
+                      neighbour->mac->text());
       } else if (isUsable(*neighbour)) {
          say(2, name + " is " + neighbourState(neighbour->state) + " at " + neighbour->mac->text());
       } else if (neighbour->mac || !isResolved(*neighbour)) {

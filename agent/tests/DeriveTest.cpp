@@ -228,6 +228,25 @@ TEST_F(DeriveTest, NeighbourStatesThatAreResolved) {
    }
 }
 
+TEST_F(DeriveTest, NeighbourWithoutAnEntryOnADeviceThatAsksForNoneIsTheDeviceItself) {
+   viaOver(port1);
+   state.neighbourDel({port1, ip(gateway)});
+   linkFlags(port1, running | IFF_NOARP);
+   auto expected = unicast(port1);
+   expected.mac = ownMac;
+   expected.port = port1;
+   expected.tagged = false;
+   EXPECT_THAT(derive(destination).vias, testing::ElementsAre(expected));
+   expected.mac = expected.sourceMac = mac("02:00:00:00:00:77");
+   relink(port1, [&](Link& changed) { changed.mac = expected.mac; });
+   EXPECT_THAT(derive(destination).vias, testing::ElementsAre(expected));
+   neighbour(port1, gateway, peerMac, NUD_FAILED);
+   EXPECT_EQ(derive(destination).vias.at(0).kind, ViaKind::cpu) << "an entry that is there counts";
+   state.neighbourDel({port1, ip(gateway)});
+   relink(port1, [](Link& changed) { changed.mac.reset(); });
+   EXPECT_EQ(derive(destination).vias.at(0).reason, "neighbour unresolved: no Ethernet address");
+}
+
 TEST_F(DeriveTest, UnresolvedNeighbourNeedsSoftware) {
    DerivedVia expected{.kind = ViaKind::cpu,
                        .device = port1,

@@ -11,6 +11,7 @@ namespace L3TunnelAgent {
 namespace {
 
 using testing::Contains;
+using testing::HasSubstr;
 
 class ExplainTest : public testing::Test, protected StateBuilder {
  protected:
@@ -259,10 +260,15 @@ TEST(ExplainRecorded, EveryDestinationOfEveryFabricIsExplained) {
    }
 }
 
-TEST_F(ExplainTest, RuleForOtherPacketsIsNamed) {
+TEST_F(ExplainTest, RuleForOtherPacketsAndADeviceThatAsksForNoNeighbourAreNamed) {
    state.ruleIs(IpAddress::Family::v4, {.priority = 20, .action = FR_ACT_TO_TBL, .foreign = true});
-   EXPECT_THAT(explain(destination),
-               Contains("  rule 20: passed over: it is for other packets than a tunnel's"));
+   route("10.255.1.1/32", {hop(1, "10.0.0.1")});
+   linkFlags(1, running | IFF_NOARP);
+   auto const told = text(explain(destination));
+   EXPECT_THAT(told, HasSubstr("  rule 20: passed over: it is for other packets than a tunnel's\n"));
+   EXPECT_THAT(told,
+               HasSubstr("neighbour 10.0.0.1 on swp1 needs no entry: swp1 is set not to ask for one, so "
+                         "that frames go to its own address 02:00:00:00:00:99\n"));
 }
 
 } // namespace L3TunnelAgent
