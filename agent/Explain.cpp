@@ -200,7 +200,7 @@ class Explanation : public SearchObserver {
       if (link && !link->isUp()) {
          return device + " is switched off";
       }
-      if (state_.hopState(hop).linkdown) {
+      if (link && state_.hopState(hop).linkdown && state_.ignoresLinkdown(*link, destination_.family)) {
          return device + " has no carrier, and is set to be left out then";
       }
       return "the kernel told of it as dead";

@@ -52,6 +52,7 @@ KernelState::withoutRoutes() const {
    KernelState copy;
    copy.links_ = links_;
    copy.tunnelEnds_ = tunnelEnds_;
+   copy.ignoreLinkdown_ = ignoreLinkdown_;
    copy.neighbours_ = neighbours_;
    copy.vxlanEntries_ = vxlanEntries_;
    copy.bridgeEntries_ = bridgeEntries_;
@@ -68,7 +69,9 @@ Changes
 KernelState::differenceTo(KernelState const& other) const {
    Changes changes;
    std::equal_to<> const same;
-   addDiffering(links_, other.links_, changes.links, same);
+   addDiffering(links_, other.links_, changes.links, [&](Link const& one, Link const& another) {
+      return one == another && ignoresLinkdown(one, Family::v4) == other.ignoresLinkdown(another, Family::v4);
+   });
    addDiffering(neighbours_, other.neighbours_, changes.neighbours, isSameNeighbour);
    addDiffering(vxlanEntries_, other.vxlanEntries_, changes.vxlanEntries, same);
    addDiffering(bridgeEntries_, other.bridgeEntries_, changes.bridgeEntries, same);
@@ -115,20 +118,10 @@ KernelState::areSameRoutes(RouteKey const& key, Routes const& some, KernelState 
              (isOwn || std::equal(one.hops.begin(), one.hops.end(), another.hops.begin(), another.hops.end(),
                                   [&](NextHop const& a, NextHop const& b) {
                                      auto const family = key.prefix.address.family;
-                                     return forwardingState(a, family) == other.forwardingState(b, family);
+                                     return hopState(a, family) == other.hopState(b, family);
                                   }));
    };
    return std::equal(some.begin(), some.end(), others.begin(), others.end(), areSame);
-}
-
-/// In a dump, a next hop that is left out for want of carrier is marked as a dead one too.
-KernelState::HopState
-KernelState::forwardingState(NextHop const& hop, Family family) const {
-   auto state = hopState(hop);
-   Link const* const over = link(hop.device);
-   bool const ignores = over && (family == Family::v4 ? over->ignoreLinkdown : over->ignoreLinkdownV6);
-   state.dead |= state.linkdown && ignores;
-   return state;
 }
 
 } // namespace L3TunnelAgent

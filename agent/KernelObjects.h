@@ -33,8 +33,8 @@ struct Link {
    std::optional<std::uint16_t> vlan{}; // of a VLAN sub-interface
    bool foreignTag{};                   // a VLAN sub-interface whose tags are not those of 802.1Q
    bool vlanFiltering{};                // of a bridge
-   bool ignoreLinkdown{};               // IPv4 routes over it are left out while it has no carrier
-   bool ignoreLinkdownV6{};             // and IPv6 ones
+   bool ignoreLinkdown{};               // IPv4 routes over it are left out while it has no carrier: its own
+   bool ignoreLinkdownV6{};             // setting; and IPv6 ones. KernelState::ignoresLinkdown counts all
    std::optional<IpAddress> source{};   // of a vxlan device's packets, where it is set
    std::uint16_t port{};                // that a vxlan device's packets go to; 0: not told
    MessageNumber told{};

@@ -150,18 +150,6 @@ useIs(Index& index, Use const& use, RouteKey const& key, bool present) {
 
 } // namespace
 
-KernelState::HopState
-KernelState::hopState(NextHop const& hop) const {
-   Link const* const over = link(hop.device);
-   if (hop.unaddressed) {
-      return {.dead = true, .linkdown = over && !over->hasCarrier()};
-   }
-   if (!over || over->told.value <= hop.told.value) {
-      return {.dead = hop.dead, .linkdown = hop.linkdown};
-   }
-   return {.dead = !over->isUp(), .linkdown = !over->hasCarrier()};
-}
-
 void
 KernelState::nextHopIs(std::uint32_t id, NextHopObject object) {
    object.hop.told.value = ++messages_;
@@ -193,14 +181,6 @@ KernelState::nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool 
    }
    for (auto const& member : object.group) {
       change(groupsOfMember_, member.id);
-   }
-}
-
-/// Its link may say later, in a message like the one before, that it is not so any more.
-void
-KernelState::markedBy(NextHop const& hop) {
-   if (hop.dead || hop.linkdown) {
-      markedDevices_.insert(hop.device);
    }
 }
 
@@ -393,12 +373,6 @@ KernelState::entriesGoAway(int device) {
    portVlansDel(device);
 }
 
-bool
-KernelState::isSameState(Route const& one, Route const& other) const {
-   return std::equal(one.hops.begin(), one.hops.end(), other.hops.begin(), other.hops.end(),
-                     [&](auto const& a, auto const& b) { return hopState(a) == hopState(b); });
-}
-
 /// Takes out what looked like the kernel's own of an advertisement, but is a next hop of a shared route: it
 /// was made by a program that reads advertisements itself.
 /// @return whether there was any.
@@ -419,6 +393,7 @@ KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
    ++messages_;
    for (NextHop& hop : route.hops) {
       hop.told.value = messages_;
+      markIsOwn(hop, key.prefix.address.family);
    }
    bool const isSharedV6 = key.prefix.address.family == Family::v6 && isShared(route);
    if (isSharedV6) {

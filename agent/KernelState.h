@@ -79,12 +79,26 @@ class KernelState {
    /// dead for want of an address is, whatever its link says.
    HopState hopState(NextHop const& hop) const;
 
+   /// @return the same for a route of that family: a next hop that is left out for want of carrier is dead to
+   /// it.
+   HopState hopState(NextHop const& hop, Family family) const;
+
+   /// @return whether routes of that family over the link are left out while it has no carrier.
+   bool ignoresLinkdown(Link const& link, Family family) const;
+
    /// The link is as told. When it is switched off or has no carrier, what the kernel drops with that goes.
    void linkIs(int index, Link link);
 
    /// The link is no more, nor anything that needs it: its neighbours, forwarding entries, VLANs, next hops
    /// and routes.
    void linkDel(int index);
+
+   /// Whether IPv4 routes are left out over whatever has no carrier, beside each device's own setting. There
+   /// is no such setting of IPv6: what sets that for all devices sets each of them.
+   void ignoreLinkdownIs(bool ignore);
+
+   /// The device's own setting, as its link may say too. One that the kernel told of no link of has none.
+   void ignoreLinkdownIs(int device, Family family, bool ignore);
 
    void neighbourIs(NeighbourKey const& key, Neighbour const& neighbour);
    void neighbourDel(NeighbourKey const& key);
@@ -164,7 +178,6 @@ class KernelState {
    bool isSameObject(NextHopObject const& one, KernelState const& other, NextHopObject const& others) const;
    bool areSameRoutes(RouteKey const& key, Routes const& some, KernelState const& other,
                       Routes const& others) const;
-   HopState forwardingState(NextHop const& hop, Family family) const;
 
    static std::optional<TunnelEnd> tunnelEnd(Link const* link);
    void tunnelEndChanged(std::optional<TunnelEnd> const& before, std::optional<TunnelEnd> const& now);
@@ -176,6 +189,7 @@ class KernelState {
    bool nextHopDelAlone(std::uint32_t id, std::set<std::uint32_t>& groups);
    bool membersDel(std::uint32_t group, std::set<std::uint32_t> const& members);
    void markedBy(NextHop const& hop);
+   void markIsOwn(NextHop& hop, Family family) const;
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
    bool takeInto(RouteKey const& key, Route const& shared, Routes& all);
    bool allDead(Route const& route) const;
@@ -193,6 +207,7 @@ class KernelState {
 
    std::map<int, Link> links_;
    std::map<TunnelEnd, std::size_t> tunnelEnds_; // how many vxlan devices have it
+   bool ignoreLinkdown_{}; // of all devices, IPv4
    std::map<NeighbourKey, Neighbour> neighbours_;
    std::map<VxlanKey, VxlanEntry> vxlanEntries_;
    BridgeEntries bridgeEntries_;

@@ -65,7 +65,7 @@ isSetting(Attributes const& values, AttributeName name, std::size_t position) {
    return all.size() >= offset + sizeof(std::uint32_t) && read<std::uint32_t>(all.subspan(offset)) != 0;
 }
 
-/// The device's own settings: those for all devices are not told with a link.
+/// The device's own settings: one for all devices comes in a message of its own.
 void
 readFamilies(Attributes const& families, Link& link) {
    if (auto const v4 = families.nested(AttributeName{AF_INET, "AF_INET"})) {

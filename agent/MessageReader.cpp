@@ -65,6 +65,8 @@ applyMessage(KernelState& state, nlmsghdr const* header) {
    case RTM_NEWRULE:
    case RTM_DELRULE:
       return applyRule(state, header);
+   case RTM_NEWNETCONF:
+      return applySettings(state, header);
    default:
       return checkControl(header);
    }
@@ -99,6 +101,8 @@ messageName(std::uint16_t type) {
       return "RTM_NEWRULE";
    case RTM_DELRULE:
       return "RTM_DELRULE";
+   case RTM_NEWNETCONF:
+      return "RTM_NEWNETCONF";
    default:
       return "message " + std::to_string(type);
    }

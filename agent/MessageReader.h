@@ -22,7 +22,7 @@ std::size_t messageSize(std::span<std::byte const> datagram);
 
 /// Applies every routing message of one datagram to a state: replies to a request for the kernel's state and
 /// announcements of changes alike. Messages about anything but links, addresses, neighbours, forwarding
-/// entries, next hops, routes and rules are passed over.
+/// entries, next hops, routes, rules and settings are passed over.
 /// @param datagram what one receive call returned, at any alignment.
 /// @throws MessageError when a message or one of its attributes is malformed, or carries an error of the
 /// kernel that does not mean that it has none of a kind; the messages before it are applied then, it and

@@ -18,5 +18,6 @@ void applyNeighbour(KernelState& state, nlmsghdr const* header);
 void applyNextHop(KernelState& state, nlmsghdr const* header);
 void applyRoute(KernelState& state, nlmsghdr const* header);
 void applyRule(KernelState& state, nlmsghdr const* header);
+void applySettings(KernelState& state, nlmsghdr const* header);
 
 } // namespace L3TunnelAgent

@@ -110,11 +110,7 @@ class Search {
    }
 
    bool inUse(NextHop const& hop) const {
-      auto const hopState = state_.hopState(hop);
-      Link const* const link = state_.link(hop.device);
-      bool const ignored = link && (destination_.family == IpAddress::Family::v4 ? link->ignoreLinkdown
-                                                                                 : link->ignoreLinkdownV6);
-      bool const result = !hopState.dead && !(hopState.linkdown && ignored);
+      bool const result = !state_.hopState(hop, destination_.family).dead;
       observer_.onHop(hop, result);
       return result;
    }

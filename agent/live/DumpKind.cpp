@@ -6,6 +6,7 @@
 #include <libmnl/libmnl.h>
 #include <linux/fib_rules.h>
 #include <linux/neighbour.h>
+#include <linux/netconf.h>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@ namespace L3TunnelAgent {
 namespace {
 
 constexpr std::array kinds{
+      DumpKind{.tag = 11, .name = "IPv4 settings", .type = RTM_GETNETCONF, .family = AF_INET},
       DumpKind{.tag = 1,
                .name = "links",
                .type = RTM_GETLINK,
@@ -79,6 +81,9 @@ request(DumpKind const& kind, std::uint32_t sequence) {
       break;
    case RTM_GETROUTE:
       putFixed(header, &rtmsg::rtm_family, kind.family);
+      break;
+   case RTM_GETNETCONF:
+      putFixed(header, &netconfmsg::ncm_family, kind.family);
       break;
    default:
       putFixed(header, &fib_rule_hdr::family, kind.family);

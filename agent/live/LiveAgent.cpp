@@ -25,9 +25,9 @@ constexpr auto longestRest = 60s; // a reading that was long refused took no wor
 constexpr auto firstPause = 20ms;
 constexpr auto longestPause = 1000ms;
 
-/// Whether a message tells that a device's routes are left out, or are no more, while it has no carrier,
-/// which is otherwise told with the device alone, and not when it changes. When a device is made, all its
-/// settings are told.
+/// Whether a message tells that routes are left out, or are no more, while their device has no carrier. What
+/// it says is followed; that of devices made later is also that of those that never had an address, of which
+/// the kernel says nothing. When a device is made, all its settings are told.
 bool
 tellsOfSettings(std::span<std::byte const> message) {
    if (message.size() < NLMSG_HDRLEN || read<nlmsghdr>(message).nlmsg_type != RTM_NEWNETCONF) {

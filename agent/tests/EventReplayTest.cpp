@@ -20,13 +20,9 @@ text(std::optional<std::uint32_t> number) {
    return number ? std::to_string(*number) : "-";
 }
 
-/// In a dump, a hop that is left out for want of carrier is marked as a dead one too.
 std::string
 text(KernelState const& state, NextHop const& hop, IpAddress::Family family = IpAddress::Family::v4) {
-   auto [dead, linkdown] = state.hopState(hop);
-   Link const* const link = state.link(hop.device);
-   dead |= linkdown && link &&
-           (family == IpAddress::Family::v4 ? link->ignoreLinkdown : link->ignoreLinkdownV6);
+   auto const [dead, linkdown] = state.hopState(hop, family);
    return (hop.gateway ? hop.gateway->text() : "-") + " dev " + state.linkName(hop.device) + " weight " +
           std::to_string(hop.weight) + (dead ? " dead" : "") + (linkdown ? " linkdown" : "") + ", ";
 }

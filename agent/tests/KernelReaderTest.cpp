@@ -90,7 +90,7 @@ class KernelReaderTest : public KernelTest {
 };
 
 // A request without what the kernel needs to know, which it refuses, and one that it answers.
-constexpr DumpKind refusedKind{.name = "settings", .type = RTM_GETNETCONF, .family = AF_INET};
+constexpr DumpKind refusedKind{.name = "settings", .type = RTM_GETNEIGHTBL, .family = AF_INET};
 constexpr DumpKind answeredKind{.name = "links", .type = RTM_GETLINK, .family = AF_UNSPEC};
 
 TEST_F(KernelReaderTest, GivesUpWhatIsRefusedBeforeTheFirstAnswer) {

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -38,13 +37,6 @@ class LiveAgentTest : public KernelTest {
       runUntil([&] { return isCaughtUp; });
       EXPECT_TRUE(live_->isCaughtUp());
       live_->hooks().caughtUp = {};
-   }
-
-   /// Runs the loop until so many kinds of the kernel's state are read.
-   void runUntilRead(std::uint64_t kinds) {
-      while (live_->counters().dumps < kinds) {
-         ASSERT_NE(loop_.run_one_for(20s), 0U);
-      }
    }
 
    void start(LiveAgent::Settings const& settings = {}) {
@@ -404,39 +396,6 @@ TEST_F(LiveAgentTest, TakesADeviceOutThatIsRemoved) {
    kernel_.linkDel("vx");
    runUntil([&] { return live_->agent().fabric().destinations().empty(); });
    expectExact();
-}
-
-TEST_F(LiveAgentTest, ReadsTheStateAgainWhenASettingChangesThatIsToldWithLinksAlone) {
-   start();
-   catchUp();
-   auto const setting = "/proc/sys/net/ipv4/conf/a0/ignore_routes_with_linkdown";
-   std::ofstream(setting) << "1";
-   std::ifstream file(setting);
-   char value = '0';
-   file >> value;
-   if (value != '1') {
-      GTEST_SKIP() << "settings cannot be changed here; ReconciliationTest covers what follows from them";
-   }
-   auto const isIgnored = [&] { return live_->agent().kernel().link(kernel_.index("a0"))->ignoreLinkdown; };
-   EXPECT_FALSE(isIgnored());
-   runUntil(isIgnored);
-}
-
-TEST_F(LiveAgentTest, HeedsASettingThatChangesWhileTheStateIsReadFirst) {
-   start();
-   auto const setting = "/proc/sys/net/ipv4/conf/a0/ignore_routes_with_linkdown";
-   runUntilRead(2); // links and bridge ports
-   std::ofstream(setting) << "1";
-   std::ifstream file(setting);
-   char value = '0';
-   file >> value;
-   if (value != '1') {
-      GTEST_SKIP() << "settings cannot be changed here; ReconciliationTest covers what follows from them";
-   }
-   runUntil([&] {
-      auto const* const link = live_->agent().kernel().link(kernel_.index("a0"));
-      return link && link->ignoreLinkdown;
-   });
 }
 
 TEST_F(LiveAgentTest, DropsWhatALinkTookAlongBeforeItWasReadFirst) {

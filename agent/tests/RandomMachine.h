@@ -13,7 +13,7 @@ class RandomMachine : public StateBuilder {
    explicit RandomMachine(std::uint32_t seed) : random_(seed) {}
 
    void change() {
-      switch (below(19)) {
+      switch (below(20)) {
       case 0:
       case 1:
          return changeLink();
@@ -40,6 +40,8 @@ class RandomMachine : public StateBuilder {
          return changeRule();
       case 16:
          return changeAddress();
+      case 17:
+         return changeSetting();
       default:
          return changeBridgeEntry();
       }
@@ -117,6 +119,14 @@ class RandomMachine : public StateBuilder {
          link.flags |= IFF_LOOPBACK;
       }
       state.linkIs(index, link);
+   }
+
+   void changeSetting() {
+      if (below(3)) {
+         state.ignoreLinkdownIs(device(), family(), below(2) != 0);
+      } else {
+         state.ignoreLinkdownIs(below(2) != 0);
+      }
    }
 
    InterfaceAddress ownAddress() {
