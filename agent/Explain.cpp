@@ -200,10 +200,15 @@ class Explanation : public SearchObserver {
       if (link && !link->isUp()) {
          return device + " is switched off";
       }
-      if (link && state_.hopState(hop).linkdown && state_.ignoresLinkdown(*link, destination_.family)) {
+      if (!link || !state_.hopState(hop, destination_.family).linkdown) {
+         return "the kernel told of it as dead";
+      }
+      if (state_.ignoresLinkdown(*link, destination_.family)) {
          return device + " has no carrier, and is set to be left out then";
       }
-      return "the kernel told of it as dead";
+      return destination_.family == IpAddress::Family::v6
+                   ? device + " was switched off, and has had no carrier since"
+                   : device + " has no carrier, and the kernel told of it as dead";
    }
 
    std::string verdictText(Route const& route, RouteVerdict verdict) const {

@@ -5,8 +5,24 @@
 // How the next hops of a KernelState are, which links, settings and their own messages say together.
 namespace L3TunnelAgent {
 
+namespace {
+
+/// IPv6 has a next hop dead from when its device is switched off until it is on and has carrier, IPv4 only
+/// until it is on.
+bool
+isDead(NextHop const& hop, Link const& over, IpAddress::Family family) {
+   if (!over.isUp() || over.hasCarrier() || family == IpAddress::Family::v4) {
+      return !over.isUp();
+   }
+   bool const isSinceTold = over.off.value > std::max(over.ready.value, hop.told.value);
+   return isSinceTold || (hop.dead && over.ready.value < hop.told.value);
+}
+
+} // namespace
+
+/// What settings make of it is left out.
 KernelState::HopState
-KernelState::hopState(NextHop const& hop) const {
+KernelState::linkedState(NextHop const& hop, Family family) const {
    Link const* const over = link(hop.device);
    if (hop.unaddressed) {
       return {.dead = true, .linkdown = over && !over->hasCarrier()};
@@ -14,12 +30,12 @@ KernelState::hopState(NextHop const& hop) const {
    if (!over || over->told.value <= hop.told.value) {
       return {.dead = hop.dead, .linkdown = hop.linkdown};
    }
-   return {.dead = !over->isUp(), .linkdown = !over->hasCarrier()};
+   return {.dead = isDead(hop, *over, family), .linkdown = !over->hasCarrier()};
 }
 
 KernelState::HopState
 KernelState::hopState(NextHop const& hop, Family family) const {
-   auto state = hopState(hop);
+   auto state = linkedState(hop, family);
    Link const* const over = link(hop.device);
    state.dead |= state.linkdown && over && ignoresLinkdown(*over, family);
    return state;
@@ -41,9 +57,10 @@ KernelState::markIsOwn(NextHop& hop, Family family) const {
 }
 
 bool
-KernelState::isSameState(Route const& one, Route const& other) const {
-   return std::equal(one.hops.begin(), one.hops.end(), other.hops.begin(), other.hops.end(),
-                     [&](auto const& a, auto const& b) { return hopState(a) == hopState(b); });
+KernelState::isSameState(Route const& one, Route const& other, Family family) const {
+   return std::equal(
+         one.hops.begin(), one.hops.end(), other.hops.begin(), other.hops.end(),
+         [&](auto const& a, auto const& b) { return linkedState(a, family) == linkedState(b, family); });
 }
 
 bool

@@ -38,6 +38,8 @@ struct Link {
    std::optional<IpAddress> source{};   // of a vxlan device's packets, where it is set
    std::uint16_t port{};                // that a vxlan device's packets go to; 0: not told
    MessageNumber told{};
+   MessageNumber off{};   // the last message that told it so, up to this one
+   MessageNumber ready{}; // up and with carrier, likewise
 
    bool operator==(Link const&) const = default;
 

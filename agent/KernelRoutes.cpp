@@ -249,13 +249,14 @@ KernelState::hopsGoWithDevice(int device) {
    nextHopsDel(std::move(gone));
 }
 
-/// Whether every next hop is dead, which its own mark means only where there is carrier.
+/// Whether every next hop is dead, which its own mark means of IPv4 only where there is carrier.
 bool
-KernelState::allDead(Route const& route) const {
+KernelState::allDead(Route const& route, Family family) const {
    return std::all_of(route.hops.begin(), route.hops.end(), [&](NextHop const& hop) {
       Link const* const over = link(hop.device);
-      HopState const now = hopState(hop);
-      return over ? !over->isUp() || hop.unaddressed || (now.dead && !now.linkdown) : hop.dead;
+      HopState const now = linkedState(hop, family);
+      bool const isMeant = family == Family::v6 || !now.linkdown;
+      return over ? !over->isUp() || hop.unaddressed || (now.dead && isMeant) : hop.dead;
    });
 }
 
@@ -266,7 +267,8 @@ KernelState::routesGoDown(int device) {
    for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
       bool const isV4 = key.prefix.address.family == Family::v4;
       dropRoutes(key, [&](Route const& route) {
-         return !route.hops.empty() && !(isV4 && route.scope == RT_SCOPE_HOST) && allDead(route);
+         return !route.hops.empty() && !(isV4 && route.scope == RT_SCOPE_HOST) &&
+                allDead(route, key.prefix.address.family);
       });
    }
 }
@@ -308,7 +310,8 @@ KernelState::routesGoWithAddresses(int device) {
    hopsAre(device, true);
    for (RouteKey const& key : usersOf(routesOfDevice_, device)) {
       if (key.prefix.address.family == Family::v4) {
-         dropRoutes(key, [&](Route const& route) { return !route.hops.empty() && allDead(route); });
+         dropRoutes(key,
+                    [&](Route const& route) { return !route.hops.empty() && allDead(route, Family::v4); });
       }
    }
 }
@@ -414,7 +417,7 @@ KernelState::routeIs(RouteKey const& key, Route route, RoutePlace place) {
          insert(all, std::move(route), place);
          return true;
       }
-      bool const differs = !found->isSame(route) || !isSameState(*found, route);
+      bool const differs = !found->isSame(route) || !isSameState(*found, route, key.prefix.address.family);
       if (differs) {
          routeIndexed(key, *found, false);
          routeIndexed(key, route, true);

@@ -107,13 +107,15 @@ KernelState::linkIs(int index, Link link) {
    Link const* const before = this->link(index);
    bool const isLost = before && ((before->isUp() && !isUp) || (before->hasCarrier() && !hasCarrier));
    bool const isBack = before && !before->isUp() && isUp;
+   link.off = !isUp ? link.told : before ? before->off : MessageNumber();
+   link.ready = isUp && hasCarrier ? link.told : before ? before->ready : MessageNumber();
    tunnelEndChanged(tunnelEnd(before), tunnelEnd(&link));
    auto const told = link.told;
    if (!valueIs(links_, index, std::move(link))) {
       // It speaks of its hops once more, but for those that may be dead for want of an address.
       bool const hasAddress = !addressesDumped_ || addresses_.count(index) != 0;
       if (hasAddress && markedDevices_.erase(index) != 0) {
-         links_.at(index).told = told;
+         links_.at(index) = std::move(link);
          changes_.links.insert(index);
       }
       return;

@@ -75,9 +75,9 @@ class KernelState {
       bool operator==(HopState const&) const = default;
    };
 
-   /// @return how a next hop is: as its own message said, until a later message told of its link. One that is
-   /// dead for want of an address is, whatever its link says.
-   HopState hopState(NextHop const& hop) const;
+   /// @return how a next hop of an IPv4 route or of an object is: as its own message said, until a later
+   /// message told of its link. One that is dead for want of an address is, whatever its link says.
+   HopState hopState(NextHop const& hop) const { return linkedState(hop, Family::v4); }
 
    /// @return the same for a route of that family: a next hop that is left out for want of carrier is dead to
    /// it.
@@ -179,6 +179,7 @@ class KernelState {
    bool areSameRoutes(RouteKey const& key, Routes const& some, KernelState const& other,
                       Routes const& others) const;
 
+   HopState linkedState(NextHop const& hop, Family family) const;
    static std::optional<TunnelEnd> tunnelEnd(Link const* link);
    void tunnelEndChanged(std::optional<TunnelEnd> const& before, std::optional<TunnelEnd> const& now);
    void hopsGoWithDevice(int device);
@@ -192,8 +193,8 @@ class KernelState {
    void markIsOwn(NextHop& hop, Family family) const;
    void nextHopIndexed(std::uint32_t id, NextHopObject const& object, bool present);
    bool takeInto(RouteKey const& key, Route const& shared, Routes& all);
-   bool allDead(Route const& route) const;
-   bool isSameState(Route const& one, Route const& other) const;
+   bool allDead(Route const& route, Family family) const;
+   bool isSameState(Route const& one, Route const& other, Family family) const;
    void hopsAre(int device, bool dead);
    void routesGoWithAddresses(int device);
    void routesGoWithSource(IpAddress const& source);
@@ -207,7 +208,7 @@ class KernelState {
 
    std::map<int, Link> links_;
    std::map<TunnelEnd, std::size_t> tunnelEnds_; // how many vxlan devices have it
-   bool ignoreLinkdown_{}; // of all devices, IPv4
+   bool ignoreLinkdown_{};                       // of all devices, IPv4
    std::map<NeighbourKey, Neighbour> neighbours_;
    std::map<VxlanKey, VxlanEntry> vxlanEntries_;
    BridgeEntries bridgeEntries_;

@@ -126,6 +126,26 @@ TEST_F(ExplainTest, LinkThatIsOffAndHopThatIsDeadAreTold) {
    EXPECT_THAT(lines, Contains("      10.0.0.1 on swp1: left out: swp1 is switched off"));
 }
 
+TEST_F(ExplainTest, HopWithoutCarrierIsLeftOutForTheSettingOfItsFamilyOrForAnother) {
+   route("2001:db8::1/128", {hop(1, "fe80::1"), hop(2, "fe80::2")});
+   linkFlags(1, 0); // the setting of IPv4 is on, that of IPv6 is not
+   linkFlags(1, IFF_UP);
+   EXPECT_THAT(
+         explain("2001:db8::1"),
+         Contains("      fe80::1 on swp1: left out: swp1 was switched off, and has had no carrier since"));
+   relink(1, [](Link& changed) { changed.ignoreLinkdownV6 = true; });
+   EXPECT_THAT(
+         explain("2001:db8::1"),
+         Contains("      fe80::1 on swp1: left out: swp1 has no carrier, and is set to be left out then"));
+   linkFlags(2, IFF_UP);
+   auto dead = hop(2, "10.0.0.2");
+   dead.dead = dead.linkdown = true;
+   route("10.255.1.1/32", {dead});
+   EXPECT_THAT(explain(destination),
+               Contains("      10.0.0.2 on swp2: left out: swp2 has no carrier, and the kernel told of it as "
+                        "dead"));
+}
+
 TEST_F(ExplainTest, NeighbourThatIsNotKnownIsTheCause) {
    route("10.255.1.1/32", {hop(1, "10.0.0.1")});
    EXPECT_THAT(

@@ -112,6 +112,57 @@ TEST_F(KernelStateTest, HopsStateIsItsOwnUntilItsLinkIsToldOfLater) {
    EXPECT_EQ(now(), (KernelState::HopState{false, false})) << "told after its link";
 }
 
+TEST_F(KernelStateTest, Ipv6HopIsDeadFromSwitchingOffUntilItsDeviceHasCarrierToo) {
+   route("10.2.0.0/16", {hop(port1, "10.0.0.1"), hop(port2, "10.0.0.2")});
+   route("2001:db8::/64", {hop(port1, "fe80::1"), hop(port2, "fe80::2")});
+   auto const ways = [&] { return gateways("10.2.0.1") + "| " + gateways("2001:db8::1"); };
+   linkFlags(port1, IFF_UP);
+   EXPECT_EQ(ways(), "10.0.0.1 10.0.0.2 | fe80::1 fe80::2 ") << "it only lacks carrier";
+   linkFlags(port1, 0);
+   EXPECT_EQ(ways(), "10.0.0.2 | fe80::2 ");
+   linkFlags(port1, IFF_UP);
+   EXPECT_EQ(ways(), "10.0.0.1 10.0.0.2 | fe80::2 ");
+   linkFlags(port1, IFF_UP | IFF_PROMISC);
+   EXPECT_EQ(ways(), "10.0.0.1 10.0.0.2 | fe80::2 ");
+   linkFlags(port1, running);
+   EXPECT_EQ(ways(), "10.0.0.1 10.0.0.2 | fe80::1 fe80::2 ");
+   linkFlags(port1, IFF_UP);
+   EXPECT_EQ(ways(), "10.0.0.1 10.0.0.2 | fe80::1 fe80::2 ");
+}
+
+TEST_F(KernelStateTest, Ipv6HopToldDeadWithoutCarrierIsUntilThereIsSome) {
+   linkFlags(port1, IFF_UP);
+   auto dead = hop(port1, "fe80::1");
+   dead.dead = dead.linkdown = true;
+   route("2001:db8::/64", {dead, hop(port2, "fe80::2")});
+   EXPECT_EQ(gateways("2001:db8::1"), "fe80::2 ");
+   linkFlags(port1, IFF_UP | IFF_PROMISC);
+   EXPECT_EQ(gateways("2001:db8::1"), "fe80::2 ") << "the link says nothing else of it";
+   linkFlags(port1, running);
+   linkFlags(port1, IFF_UP);
+   EXPECT_EQ(gateways("2001:db8::1"), "fe80::1 fe80::2 ");
+}
+
+TEST_F(KernelStateTest, Ipv6HopAddedAfterSwitchingOnOnlyLacksCarrier) {
+   linkFlags(port1, 0);
+   linkFlags(port1, IFF_UP);
+   auto added = hop(port1, "fe80::1");
+   added.linkdown = true;
+   route("2001:db8::/64", {added, hop(port2, "fe80::2")});
+   linkFlags(port1, IFF_UP | IFF_PROMISC);
+   EXPECT_EQ(gateways("2001:db8::1"), "fe80::1 fe80::2 ");
+}
+
+TEST_F(KernelStateTest, Ipv6RouteGoesWithItsLastHopThatIsNotDeadThoughDevicesAreOn) {
+   route("10.2.0.0/16", {hop(port1, "10.0.0.1"), hop(port2, "10.0.0.2")});
+   route("2001:db8::/64", {hop(port1, "fe80::1"), hop(port2, "fe80::2")});
+   linkFlags(port1, 0);
+   linkFlags(port1, IFF_UP);
+   linkFlags(port2, 0);
+   EXPECT_EQ(routes("10.2.0.0/16"), 1U);
+   EXPECT_EQ(routes("2001:db8::/64"), 0U);
+}
+
 TEST_F(KernelStateTest, LinkToldAgainAsItWasSpeaksForHopsMarkedSince) {
    auto marked = hop(port1, "10.0.0.1");
    marked.linkdown = true;

@@ -129,7 +129,7 @@ TEST(ReconciliationRandomTest, RoutesReadAnewOverACopyWithoutThemAreTheState) {
          for (auto const& [key, routes] : routesOf(machine.state)) {
             for (Route told : routes) {
                for (NextHop& hop : told.hops) {
-                  auto const [dead, linkdown] = machine.state.hopState(hop);
+                  auto const [dead, linkdown] = machine.state.hopState(hop, key.prefix.address.family);
                   hop.dead = dead;
                   hop.linkdown = linkdown;
                }

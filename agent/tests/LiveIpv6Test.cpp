@@ -1,0 +1,43 @@
+#include "agent/tests/TwoWaysTest.h"
+
+namespace L3TunnelAgent {
+namespace {
+
+/// What a kernel does otherwise with IPv6 than with IPv4.
+class LiveIpv6Test : public TwoWaysTest {
+ protected:
+   void SetUp() override {
+      TwoWaysTest::SetUp();
+      if (kernel_.isThere()) {
+         kernel_.addressIs("a0", "fd00:1::1", 64);
+         kernel_.addressIs("b0", "fd00:2::1", 64);
+         kernel_.vxlanIs("vx6", "fd00:2::1", 20);
+         waysAre("vx6", "fd00:3::1", both);
+      }
+   }
+
+   std::vector<std::string> const both{"fd00:1::2", "fd00:2::2"};
+   std::vector<std::string> const second{"fd00:2::2"};
+};
+
+TEST_F(LiveIpv6Test, HopIsDeadFromSwitchingOffUntilItsDeviceHasCarrierToo) {
+   start();
+   runUntilWaysAre(both);
+   kernel_.upIs("a1", false);
+   auto const lacksCarrier = [&] { return !live_->agent().kernel().link(kernel_.index("a0"))->hasCarrier(); };
+   runUntil(lacksCarrier);
+   runUntilWaysAre(both);
+   kernel_.upIs("a0", false);
+   runUntilWaysAre(second);
+   kernel_.upIs("a0", true);
+   runUntil([&] { return live_->agent().kernel().link(kernel_.index("a0"))->isUp(); });
+   EXPECT_TRUE(lacksCarrier());
+   runUntilWaysAre(second);
+   EXPECT_EQ(waysNow(), second);
+   kernel_.upIs("a1", true);
+   runUntilWaysAre(both);
+   EXPECT_EQ(waysNow(), both);
+}
+
+} // namespace
+} // namespace L3TunnelAgent
