@@ -23,6 +23,25 @@ namedDestinations(KernelState const& state, VxlanKey const& key, VxlanEntry cons
    return result;
 }
 
+int
+boundTo(KernelState const& state, VxlanKey const& key, VxlanEntry const& entry) {
+   Link const* const link = state.link(key.device);
+   return entry.underlay != 0 || !link ? entry.underlay : link->underlay;
+}
+
+std::set<IpAddress>
+boundDestinations(KernelState const& state) {
+   std::set<IpAddress> result;
+   std::set<std::uint32_t> objects; // that many entries may name
+   for (auto const& [key, entry] : state.vxlanEntries()) {
+      if (boundTo(state, key, entry) != 0 && (!entry.nextHopId || objects.insert(*entry.nextHopId).second)) {
+         auto const named = namedDestinations(state, key, entry);
+         result.insert(named.begin(), named.end());
+      }
+   }
+   return result;
+}
+
 std::vector<IpAddress>
 namedDestinations(KernelState const& state, std::uint32_t id, std::vector<std::uint32_t>* objects) {
    std::vector<IpAddress> result;

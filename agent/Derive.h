@@ -4,6 +4,7 @@
 #include "agent/ViaList.h"
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,13 @@ Destination derive(KernelState const& state, IpAddress const& address, SearchObs
 /// is a vxlan device.
 std::vector<IpAddress> namedDestinations(KernelState const& state, VxlanKey const& key,
                                          VxlanEntry const& entry);
+
+/// @return the device that alone the kernel sends the packets of a forwarding entry by, when the entry or its
+/// vxlan device is set so, or 0: no derivation looks at it.
+int boundTo(KernelState const& state, VxlanKey const& key, VxlanEntry const& entry);
+
+/// @return the destinations that forwarding entries which are bound to a device name.
+std::set<IpAddress> boundDestinations(KernelState const& state);
 
 /// @return the destinations that a next-hop object names, in no particular order.
 /// @param objects receives the objects that it asked for, those that are missing included; may be null.

@@ -170,10 +170,10 @@ class Explanation : public SearchObserver {
    }
 
    void nameEntries() {
-      std::map<int, std::size_t> count;
+      std::map<std::pair<int, int>, std::size_t> count; // by device, and by the one that it is bound to
       for (auto const& [key, entry] : state_.vxlanEntries()) {
          for (auto const& address : namedDestinations(state_, key, entry)) {
-            count[key.device] += address == destination_ ? 1 : 0;
+            count[{key.device, boundTo(state_, key, entry)}] += address == destination_ ? 1 : 0;
          }
       }
       std::erase_if(count, [](auto const& entries) { return entries.second == 0; });
@@ -183,9 +183,12 @@ class Explanation : public SearchObserver {
          return;
       }
       say(0, destination_.text() + " is a tunnel destination:");
-      for (auto const& [device, entries] : count) {
-         say(1, quantity(entries, "forwarding entry", "forwarding entries") + " of " +
-                      state_.linkName(device) + (entries == 1 ? " names it" : " name it"));
+      for (auto const& [of, entries] : count) {
+         auto const& [device, bound] = of;
+         say(1,
+             quantity(entries, "forwarding entry", "forwarding entries") + " of " + state_.linkName(device) +
+                   (entries == 1 ? " names it" : " name it") +
+                   (bound != 0 ? ", bound to " + state_.linkName(bound) + ", which is not looked at" : ""));
       }
    }
 

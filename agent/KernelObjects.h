@@ -29,6 +29,7 @@ struct Link {
    std::optional<MacAddress> mac{};
    std::uint32_t flags{};               // IFF_*
    std::optional<int> lower{};          // the device that this one is stacked on
+   int underlay{};                      // of a vxlan device: the only one that its packets leave by; 0: any
    std::optional<int> master{};         // the bridge that this one is a port of
    std::optional<std::uint16_t> vlan{}; // of a VLAN sub-interface
    bool foreignTag{};                   // a VLAN sub-interface whose tags are not those of 802.1Q
@@ -84,6 +85,7 @@ struct VxlanKey {
 struct VxlanEntry {
    std::optional<IpAddress> destination{};
    std::optional<std::uint32_t> nextHopId{};
+   int underlay{}; // the only device that its packets leave by; 0: what its vxlan device says
 
    bool operator==(VxlanEntry const&) const = default;
 };

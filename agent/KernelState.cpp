@@ -110,8 +110,7 @@ KernelState::linkIs(int index, Link link) {
    link.off = !isUp ? link.told : before ? before->off : MessageNumber();
    link.ready = isUp && hasCarrier ? link.told : before ? before->ready : MessageNumber();
    tunnelEndChanged(tunnelEnd(before), tunnelEnd(&link));
-   auto const told = link.told;
-   if (!valueIs(links_, index, std::move(link))) {
+   if (!valueIs(links_, index, link)) {
       // It speaks of its hops once more, but for those that may be dead for want of an address.
       bool const hasAddress = !addressesDumped_ || addresses_.count(index) != 0;
       if (hasAddress && markedDevices_.erase(index) != 0) {

@@ -52,6 +52,7 @@ readInfo(Attributes const& info, Link& link) {
       auto const source = data->address(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_LOCAL));
       link.source = source ? source : data->address(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_LOCAL6));
       link.port = ntohs(data->u16(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_PORT)).value_or(0));
+      link.underlay = data->index(L3TUNNEL_ATTRIBUTE(IFLA_VXLAN_LINK)).value_or(0);
    } else {
       link.vlanFiltering = data->u8(L3TUNNEL_ATTRIBUTE(IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
    }
@@ -89,13 +90,15 @@ readLink(ifinfomsg const& fixed, Attributes const& attributes) {
    if (auto const address = attributes.bytes(L3TUNNEL_ATTRIBUTE(IFLA_ADDRESS))) {
       link.mac = MacAddress::fromBytes(*address);
    }
-   // With this attribute the index counts in another network namespace and names no device here.
-   if (!attributes.has(IFLA_LINK_NETNSID)) {
-      link.lower = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_LINK));
-   }
+   link.lower = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_LINK));
    link.master = attributes.index(L3TUNNEL_ATTRIBUTE(IFLA_MASTER));
    if (auto const info = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_LINKINFO))) {
       readInfo(*info, link);
+   }
+   // With this attribute indices count in another network namespace and name no device here.
+   if (attributes.has(IFLA_LINK_NETNSID)) {
+      link.lower.reset();
+      link.underlay = 0;
    }
    if (auto const families = attributes.nested(L3TUNNEL_ATTRIBUTE(IFLA_AF_SPEC))) {
       readFamilies(*families, link);

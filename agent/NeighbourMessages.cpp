@@ -54,6 +54,7 @@ applyVxlanEntry(KernelState& state, bool removed, ndmsg const& fixed, Attributes
       return;
    }
    MacAddress const mac = requiredMac(attributes);
+   int const underlay = attributes.index(L3TUNNEL_ATTRIBUTE(NDA_IFINDEX)).value_or(0);
    VxlanKey key{.device = fixed.ndm_ifindex,
                 .sourceVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_SRC_VNI)).value_or(0),
                 .mac = mac};
@@ -61,12 +62,12 @@ applyVxlanEntry(KernelState& state, bool removed, ndmsg const& fixed, Attributes
       key.groupDestination = destination;
       key.remoteVni = attributes.u32(L3TUNNEL_ATTRIBUTE(NDA_VNI)).value_or(0);
       key.remotePort = attributes.u16(L3TUNNEL_ATTRIBUTE(NDA_PORT)).value_or(0);
-      key.remoteDevice = attributes.index(L3TUNNEL_ATTRIBUTE(NDA_IFINDEX)).value_or(0);
+      key.remoteDevice = underlay;
    }
    if (removed) {
       state.vxlanEntryDel(key);
    } else {
-      state.vxlanEntryIs(key, {.destination = destination, .nextHopId = nextHopId});
+      state.vxlanEntryIs(key, {.destination = destination, .nextHopId = nextHopId, .underlay = underlay});
    }
 }
 

@@ -1,4 +1,5 @@
 #include "agent/Explain.h"
+#include "agent/Derive.h"
 #include "agent/MessageReader.h"
 #include "agent/tests/Expected.h"
 #include "agent/tests/StateBuilder.h"
@@ -77,6 +78,38 @@ So it is reached over 1 next hop:
     neighbour 10.0.0.1 on swp1 is REACHABLE at 02:00:00:00:00:01
     it leaves by swp1, untagged
 )");
+}
+
+TEST_F(ExplainTest, TunnelThatIsBoundToADeviceIsToldOf) {
+   route("10.255.1.1/32", {hop(1, "10.0.0.1"), hop(2, "10.0.0.2")});
+   tunnelTo(destination);
+   auto const hasLine = [&](char const* line) { EXPECT_THAT(explain(destination), Contains(line)) << line; };
+   hasLine("  1 forwarding entry of vx10 names it");
+   EXPECT_TRUE(boundDestinations(state).empty());
+   relink(vxlan, [](Link& changed) { changed.underlay = 2; });
+   hasLine("  1 forwarding entry of vx10 names it, bound to swp2, which is not looked at");
+   hasLine("So it is reached over 2 next hops:");
+   EXPECT_THAT(boundDestinations(state), testing::ElementsAre(ip(destination)));
+   VxlanKey const own{.device = vxlan, .mac = mac(peerMac)};
+   state.vxlanEntryIs(own, {.destination = ip(destination), .underlay = 1});
+   hasLine("  1 forwarding entry of vx10 names it, bound to swp1, which is not looked at");
+   hasLine("  1 forwarding entry of vx10 names it, bound to swp2, which is not looked at");
+   relink(vxlan, [](Link& changed) { changed.underlay = 0; });
+   hasLine("  1 forwarding entry of vx10 names it");
+   EXPECT_THAT(boundDestinations(state), testing::ElementsAre(ip(destination)));
+   state.vxlanEntryDel(own);
+   EXPECT_TRUE(boundDestinations(state).empty());
+}
+
+TEST_F(ExplainTest, EachAddressOfABoundObjectIsBound) {
+   relink(vxlan, [](Link& changed) { changed.underlay = 2; });
+   state.nextHopIs(1, {.hop = hop(0, "10.255.1.1"), .fdb = true});
+   state.nextHopIs(2, {.hop = hop(0, "10.255.1.2"), .fdb = true});
+   state.nextHopIs(3, {.group = {{.id = 1}, {.id = 2}}, .fdb = true});
+   for (auto const* const host : {"02:00:00:00:00:01", "02:00:00:00:00:02"}) {
+      state.vxlanEntryIs({.device = vxlan, .mac = mac(host)}, {.nextHopId = 3});
+   }
+   EXPECT_THAT(boundDestinations(state), testing::ElementsAre(ip("10.255.1.1"), ip("10.255.1.2")));
 }
 
 TEST_F(ExplainTest, AddressThatNoVxlanDeviceNamesIsNoDestination) {

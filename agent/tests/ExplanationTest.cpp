@@ -1,6 +1,6 @@
 #include "agent/views/Explanation.h"
 #include "agent/tests/FabricDriver.h"
-#include "agent/tests/MessageBuilder.h"
+#include "agent/tests/KernelMessages.h"
 #include "agent/tests/PlayedAgent.h"
 #include "agent/views/Difference.h"
 #include "agent/views/Summary.h"
@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
+#include <nlohmann/json.hpp>
 #include <sys/socket.h>
 
 namespace L3TunnelAgent {
@@ -163,6 +164,21 @@ TEST_F(ExplanationTest, SummaryCountsRulesThatArePassedOver) {
    EXPECT_EQ(summary.rulesPassedOver, 1U);
    EXPECT_EQ(json(summary).at("rulesPassedOver"), 1);
    EXPECT_THAT(text(summary, Paint()), HasSubstr("1 policy rule passed over"));
+}
+
+TEST_F(ExplanationTest, SummaryCountsDestinationsOfBoundTunnels) {
+   auto const tell = [&](MessageBuilder const& message) { agent.messageIs(message.datagram()); };
+   tell(linkMessage(9, "vx10", "vxlan"));
+   tell(tunnelMessage(RTM_NEWNEIGH, 9, "10.255.1.1").u32(NDA_IFINDEX, 2));
+   tell(tunnelMessage(RTM_NEWNEIGH, 9, "10.255.1.2"));
+   while (agent.step()) {
+   }
+   auto const summary = summaryOf(agent);
+   EXPECT_EQ(summary.bound, 1U);
+   EXPECT_EQ(json(summary).at("bound"), 1);
+   EXPECT_THAT(text(summary, Paint()),
+               HasSubstr("1 destination of tunnels that are bound to a device, which is not looked at"));
+   EXPECT_THAT(text(summaryOf(Agent()), Paint()), Not(HasSubstr("bound")));
 }
 
 TEST_F(ExplanationTest, OnlyWeightsThatDifferAmongProgrammedViasAreLost) {

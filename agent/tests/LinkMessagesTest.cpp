@@ -90,6 +90,22 @@ TEST(LinkMessages, Kinds) {
    EXPECT_EQ(applied(withInfo(pair, "veth", [](auto&) {})).kind, LinkKind::plain);
 }
 
+TEST(LinkMessages, VxlanDeviceMayBeBoundToAnother) {
+   auto const bound = [](MessageBuilder message) {
+      return applied(withInfo(message, "vxlan", [](auto& data) { data.u32(IFLA_VXLAN_LINK, 3); })).underlay;
+   };
+   EXPECT_EQ(bound(linkMessage()), 3);
+   EXPECT_EQ(bound(linkMessage().u32(IFLA_LINK_NETNSID, 0)), 0) << "an index in another namespace";
+   auto unbound = linkMessage();
+   EXPECT_EQ(applied(withInfo(unbound, "vxlan", [](auto&) {})).underlay, 0);
+   auto other = linkMessage();
+   EXPECT_EQ(applied(withInfo(other, "veth", [](auto& data) { data.u32(IFLA_VXLAN_LINK, 3); })).underlay, 0);
+   auto wrong = linkMessage();
+   withInfo(wrong, "vxlan", [](auto& data) { data.u8(IFLA_VXLAN_LINK, 3); });
+   EXPECT_THAT([&] { applied(wrong); },
+               testing::ThrowsMessage<MessageError>(testing::HasSubstr("IFLA_VXLAN_LINK: 1 bytes")));
+}
+
 TEST(LinkMessages, IgnoreLinkdownIsTheDevicesOwnSetting) {
    std::vector<std::uint32_t> settings(33);
    auto const ignores = [&](std::size_t count) {

@@ -129,6 +129,18 @@ TEST_F(NeighbourMessages, MacMayLeadToAnObjectAndBelongToAVni) {
    EXPECT_EQ(state.vxlanEntries().begin()->first.sourceVni, 10U);
 }
 
+TEST_F(NeighbourMessages, EntryMayBeBoundToADevice) {
+   for (auto const* const mac : {floodMac, hostMac}) {
+      apply(vxlanMessage(RTM_NEWNEIGH, mac, "10.255.1.2").u32(NDA_IFINDEX, 3));
+   }
+   apply(vxlanMessage(RTM_NEWNEIGH, floodMac, "10.255.1.3"));
+   std::vector<int> bound;
+   for (auto const& [key, entry] : state.vxlanEntries()) {
+      bound.push_back(entry.underlay);
+   }
+   EXPECT_THAT(bound, testing::UnorderedElementsAre(3, 3, 0));
+}
+
 TEST_F(NeighbourMessages, EchoWithoutADestinationMeansNothing) {
    apply(entryMessage(RTM_NEWNEIGH, 9, NTF_SELF, floodMac));
    EXPECT_TRUE(state.vxlanEntries().empty());

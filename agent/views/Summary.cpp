@@ -78,6 +78,8 @@ remarksText(Summary const& summary) {
           "with unequal weights in the kernel, which are not programmed: members of a group are equal");
    remark(summary.rulesPassedOver, "policy rule", "policy rules",
           "passed over, asking for what is not known of tunnel packets");
+   remark(summary.bound, "destination", "destinations",
+          "of tunnels that are bound to a device, which is not looked at: the route's next hops count");
    out += fmt::format("{} of messages, {} written.\n", counted(summary.rounds, "round", "rounds"),
                       counted(summary.rowsWritten, "row", "rows"));
    return out;
@@ -123,6 +125,7 @@ summaryOf(Agent const& agent) {
          ++groupsAt[destination.current->block.get()];
       }
    }
+   summary.bound = boundDestinations(agent.kernel()).size();
    summary.blocks = groupsAt.size();
    for (auto const& [block, groups] : groupsAt) {
       summary.sharedBlocks += groups > 1 ? 1 : 0;
@@ -167,7 +170,8 @@ json(Summary const& summary) {
            {"rounds", summary.rounds},
            {"rowsWritten", summary.rowsWritten},
            {"rows", std::move(rows)},
-           {"keptOld", summary.keptOld}};
+           {"keptOld", summary.keptOld},
+           {"bound", summary.bound}};
 }
 
 } // namespace L3TunnelAgent

@@ -31,6 +31,7 @@ struct Summary {
    std::size_t viasLeftOut{};          ///< since others of their set forward
    std::size_t viasShort{};            ///< for which there is no interface or port number
    std::size_t weightsNotProgrammed{}; ///< destinations whose programmed vias differ in weight in the kernel
+   std::size_t bound{};                ///< destinations whose packets the kernel sends by one device alone
    std::size_t blocks{};               ///< at which groups point
    std::size_t sharedBlocks{};         ///< those at which more than one group points
    std::size_t rulesPassedOver{};      ///< that ask for what is not known of tunnels' packets
