@@ -181,7 +181,7 @@ TEST_F(LiveCommandsTest, RecordsWhatProgramReplaysAlike) {
       auto const file = place.path().string() + ending;
       auto const record = runAgent("record --force --duration 0.2 " + file);
       EXPECT_EQ(record.exitCode, 0) << record.error;
-      EXPECT_THAT(record.out, HasSubstr(file + ": 10 parts of the kernel's state, "));
+      EXPECT_THAT(record.out, HasSubstr(file + ": 11 parts of the kernel's state, "));
       EXPECT_EQ(destinations(parsed("program --json " + file)), destinations(parsed("run --oneshot --json")));
       std::filesystem::remove(file);
    }
