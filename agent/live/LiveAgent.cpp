@@ -124,8 +124,8 @@ LiveAgent::isNamed() {
    auto const standing = kernel_.standing();
    bool const wasGone = std::exchange(isGone_, standing == NetworkNamespace::Standing::gone);
    if (isGone_ && !wasGone) {
-      told(LogLevel::error, "network namespace " + *name +
-                                  " has lost its name, and is followed until another one has it");
+      told(LogLevel::error,
+           "network namespace " + *name + " has lost its name, and is followed until another one has it");
    }
    if (standing != NetworkNamespace::Standing::another) {
       return true;

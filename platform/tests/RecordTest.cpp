@@ -42,8 +42,7 @@ struct Chosen {
    std::uint32_t value{};
 
    std::uint32_t hash(unsigned seed) const { return seed == 0 ? 1 : hashOf(value, seed); }
-   friend auto operator<=>(Chosen const&, Chosen const&) = default;
-   friend void appendText(Pelm::String& out, Chosen const& chosen) { Nuv::appendText(out, chosen.value); }
+   [[maybe_unused]] friend auto operator<=>(Chosen const&, Chosen const&) = default;
 };
 
 struct OfChosen : Record<OfChosen> {
