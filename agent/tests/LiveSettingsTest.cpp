@@ -40,7 +40,8 @@ TEST_F(LiveSettingsTest, TheOneForAllDevicesIsReadAndFollowed) {
    start();
    runUntilWaysAre(both);
    kernel_.upIs("a1", false);
-   runUntilWaysAre(second);
+   runUntilDerived([&] { return !live_->agent().kernel().link(kernel_.index("a0"))->hasCarrier(); });
+   EXPECT_EQ(ways(live_->agent()), second) << "before the routes are read again, which say so too";
    set("all", '0');
    runUntilWaysAre(both);
    set("all", '1');

@@ -72,6 +72,12 @@ class TwoWaysTest : public KernelTest {
       runUntil([&] { return live_->isCaughtUp() && ways(live_->agent()) == expected; });
    }
 
+   /// Runs the loop until the agent knows of something, and has derived what follows.
+   template <typename Condition>
+   void runUntilDerived(Condition const& condition) {
+      runUntil([&] { return condition() && live_->isCaughtUp(); });
+   }
+
    IpAddress destination_;
    std::unique_ptr<LiveAgent> live_;
 };
