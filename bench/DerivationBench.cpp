@@ -17,19 +17,18 @@ tunnelsAre(StateBuilder& builder, std::int64_t count) {
    }
 }
 
-/// Ten destinations come, with so many rules, each to a table of its own that has no routes.
+/// Measures what it takes to derive what `change` changes in a state that is as `before` makes it.
+template <class Before, class Change>
 void
-rulesBench(benchmark::State& state) {
+updateBench(benchmark::State& state, Before const& before, Change const& change) {
    for (auto _ : state) {
       state.PauseTiming();
       {
          StateBuilder builder;
-         for (std::uint32_t i = 0; i < state.range(0); ++i) {
-            builder.rule(1 + i, 1000 + i);
-         }
+         before(builder);
          Derivation derivation(builder.state);
          derivation.update(builder.state.takeChanges());
-         tunnelsAre(builder, 10);
+         change(builder);
          auto const changes = builder.state.takeChanges();
          state.ResumeTiming();
          derivation.update(changes);
@@ -40,27 +39,27 @@ rulesBench(benchmark::State& state) {
    state.SetComplexityN(state.range(0));
 }
 
+/// Ten destinations come, with so many rules, each to a table of its own that has no routes.
+void
+rulesBench(benchmark::State& state) {
+   auto const rules = [&](StateBuilder& builder) {
+      for (std::uint32_t i = 0; i < state.range(0); ++i) {
+         builder.rule(1 + i, 1000 + i);
+      }
+   };
+   updateBench(state, rules, [](StateBuilder& builder) { tunnelsAre(builder, 10); });
+}
+
 /// Default routes come in 2,000 tables that no rule names, with so many destinations.
 void
 tablesElsewhereBench(benchmark::State& state) {
-   for (auto _ : state) {
-      state.PauseTiming();
-      {
-         StateBuilder builder;
-         tunnelsAre(builder, state.range(0));
-         Derivation derivation(builder.state);
-         derivation.update(builder.state.takeChanges());
-         for (std::uint32_t table = 1000; table < 3000; ++table) {
-            builder.routeOfType(RTN_BLACKHOLE, "0.0.0.0/0", table);
-         }
-         auto const changes = builder.state.takeChanges();
-         state.ResumeTiming();
-         derivation.update(changes);
-         state.PauseTiming();
+   auto const routes = [](StateBuilder& builder) {
+      for (std::uint32_t table = 1000; table < 3000; ++table) {
+         builder.routeOfType(RTN_BLACKHOLE, "0.0.0.0/0", table);
       }
-      state.ResumeTiming();
-   }
-   state.SetComplexityN(state.range(0));
+   };
+   updateBench(
+         state, [&](StateBuilder& builder) { tunnelsAre(builder, state.range(0)); }, routes);
 }
 
 BENCHMARK(rulesBench)->RangeMultiplier(2)->Range(2000, 16000)->Complexity()->Unit(benchmark::kMillisecond);

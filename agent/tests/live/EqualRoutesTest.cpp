@@ -2,6 +2,7 @@
 #include "agent/tests/live/Folder.h"
 #include "agent/tests/live/RunningAgent.h"
 #include "agent/tests/live/Sandbox.h"
+#include "agent/tests/live/TwoPorts.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -40,23 +41,12 @@ advertise(Namespace const& from, std::string const& device, std::uint16_t lifeti
 /// Two ports with a router behind each, and a tunnel of each family.
 void
 hasTwoWays(Namespace const& space) {
-   space.ip(R"(link add swp1 type veth peer name peer1
-link add swp2 type veth peer name peer2
-link set swp1 up
-link set swp2 up
-link set peer1 up
-link set peer2 up
-addr add 10.1.1.0/31 dev swp1
-addr add 10.1.2.0/31 dev swp2
-addr add 2001:db8:1::1/64 dev swp1 nodad
+   twoPortsAre(space);
+   space.ip(R"(addr add 2001:db8:1::1/64 dev swp1 nodad
 addr add 2001:db8:2::1/64 dev swp2 nodad
-neigh add 10.1.1.1 lladdr 02:00:00:00:00:01 dev swp1 nud permanent
-neigh add 10.1.2.1 lladdr 02:00:00:00:00:02 dev swp2 nud permanent
 neigh add 2001:db8:1::2 lladdr 02:00:00:00:00:01 dev swp1 nud permanent
 neigh add 2001:db8:2::2 lladdr 02:00:00:00:00:02 dev swp2 nud permanent
-link add vx type vxlan id 1 dstport 4789 nolearning
 link add vx6 type vxlan id 2 dstport 4789 local 2001:db8:1::1 nolearning
-link set vx up
 link set vx6 up)");
    space.bridge(R"(fdb append 00:00:00:00:00:00 dev vx dst 10.255.1.2
 fdb append 00:00:00:00:00:00 dev vx6 dst 2001:db8:ffff::2)");

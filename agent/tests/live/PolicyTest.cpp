@@ -1,6 +1,7 @@
 #include "agent/tests/live/Folder.h"
 #include "agent/tests/live/RunningAgent.h"
 #include "agent/tests/live/Sandbox.h"
+#include "agent/tests/live/TwoPorts.h"
 
 #include <gmock/gmock.h>
 
@@ -19,20 +20,8 @@ class PolicyTest : public testing::Test {
    void SetUp() override {
       SKIP_WITHOUT_SANDBOX();
       space_.emplace("policy");
-      space_->ip(R"(link add swp1 type veth peer name peer1
-link add swp2 type veth peer name peer2
-link set swp1 up
-link set swp2 up
-link set peer1 up
-link set peer2 up
-addr add 10.1.1.0/31 dev swp1
-addr add 10.1.2.0/31 dev swp2
-neigh add 10.1.1.1 lladdr 02:00:00:00:00:01 dev swp1 nud permanent
-neigh add 10.1.2.1 lladdr 02:00:00:00:00:02 dev swp2 nud permanent
-route add 10.255.1.2/32 via 10.1.1.1
-route add 10.255.1.2/32 via 10.1.2.1 table 100
-link add vx type vxlan id 1 dstport 4789 nolearning
-link set vx up)");
+      twoPortsAre(*space_);
+      space_->ip("route add 10.255.1.2/32 via 10.1.1.1\nroute add 10.255.1.2/32 via 10.1.2.1 table 100");
       space_->bridge("fdb append 00:00:00:00:00:00 dev vx dst 10.255.1.2");
    }
 
