@@ -247,9 +247,9 @@ TEST(RoundReader, DumpOfRulesThatEndsWithoutOneLeavesNoneOfThatFamily) {
       EXPECT_EQ(recordedState(file.path()).rules(IpAddress::Family::v4), state.rules(IpAddress::Family::v4));
       return std::pair(state.rules(IpAddress::Family::v4).size(), state.rules(IpAddress::Family::v6).size());
    };
-   EXPECT_EQ(rulesBehind(rulesTag), std::pair(0UL, 2UL));
-   EXPECT_EQ(rulesBehind(rulesTagV6), std::pair(3UL, 0UL));
-   EXPECT_EQ(rulesBehind(1), std::pair(3UL, 2UL));
+   EXPECT_EQ(rulesBehind(rulesTag), std::pair(std::size_t(0), std::size_t(2)));
+   EXPECT_EQ(rulesBehind(rulesTagV6), std::pair(std::size_t(3), std::size_t(0)));
+   EXPECT_EQ(rulesBehind(1), std::pair(std::size_t(3), std::size_t(2)));
 }
 
 } // namespace L3TunnelAgent
