@@ -38,7 +38,8 @@ TEST(NamespaceTest, OneThatIsMadeAnewUnderItsNameIsFollowed) {
    agent.start();
    EXPECT_THAT(faults(space, agent, limit), IsEmpty());
    outputOf({"ip", "netns", "delete", "anew"});
-   EXPECT_TRUE(isWithin(limit, [&] { return agent.log().find("anew has lost its name") != std::string::npos; }));
+   EXPECT_TRUE(
+         isWithin(limit, [&] { return agent.log().find("anew has lost its name") != std::string::npos; }));
    EXPECT_TRUE(agent.isRunning());
    outputOf({"ip", "netns", "add", "anew"});
    hasTunnelBy(space, "after");
